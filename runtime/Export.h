@@ -1,0 +1,4 @@
+// Marks what the shared library shows to its users; everything else is hidden.
+#pragma once
+
+#define ORV_API __attribute__((visibility("default")))

@@ -1,0 +1,13 @@
+#include "runtime/Reactor.h"
+
+namespace Orv {
+
+Reactor::~Reactor() = default;
+
+void Reactor::retire() {
+    if (retired_) return;
+    retired_ = true;
+    dismantle();
+}
+
+}  // namespace Orv
