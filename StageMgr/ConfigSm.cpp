@@ -1,0 +1,256 @@
+// Registration: which agents take part in which stages.
+#include "StageMgr/ConfigSm.h"
+
+#include "StageMgr/ConfigSmCriticality.h"
+#include "StageMgr/TraceUnit.h"
+
+namespace Stage {
+
+ConfigSm::ConfigSm(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
+                   Orv::Ptr<Orv::Dir> agentDir, Orv::Ptr<const Orv::Dir> agentStatusDir,
+                   Orv::Ptr<AgentStatusLocal> agentStatusLocal)
+    : agentStatusLocal_(std::move(agentStatusLocal)) {
+    config_.is(*this, std::move(config));
+    config_.activeIs(false);
+    status_.is(*this, std::move(status));
+    agentDir_.is(*this, std::move(agentDir));
+    agentStatusDir_.is(*this, std::move(agentStatusDir));
+    if (config_) handleAgent();
+    if (status_) handleStatus();
+    handleInitialized();
+}
+
+ConfigSm::~ConfigSm() = default;
+
+void ConfigSm::dismantle() {
+    config_.disconnect();
+    status_.disconnect();
+    agentDir_.disconnect();
+    agentStatusDir_.disconnect();
+    agentStatusSm_.delAll();
+    agentConfig_.delAll();
+    stageStatus_.delAll();
+}
+
+void ConfigSm::handleInitialized() {
+    TRACE(8);
+    initialized_ = true;
+    handleAgentStatus();
+}
+
+void ConfigSm::handleAgent() {
+    TRACE(8, "AgentDir: ", Orv::argumentText(agentDir()));
+    if (!agentDir_) return;
+    const Orv::Ptr<Orv::Dir> dir = agentDir();
+    dir->entries().walk([this](Orv::Name name) { handleAgent(name); });
+    // Those whose entry has gone.
+    agentConfig_.map().walk([this](Orv::Name name) { handleAgent(name); });
+}
+
+void ConfigSm::handleAgent(Orv::Name name) {
+    if (retired()) return;
+    const Orv::Ptr<AgentConfig> config = agentConfigEntry(name);
+    TRACE(8, "(", name, ")", "AgentDir: ", Orv::argumentText(agentDir()),
+          "ac: ", Orv::argumentText(config),
+          "ac->createdOnStageRequest: ", config && config->createdOnStageRequest(),
+          "AgentStatusDir: ", Orv::argumentText(agentStatusDir_.ptr()));
+    if (config && config->createdOnStageRequest() && agentStatusDir_) {
+        const Orv::Ptr<AgentStatus> status = agentStatusEntry(name);
+        TRACE(8, "AgentStatus: ", Orv::argumentText(status));
+        if (!status) {
+            TRACE(8, "handleAgent", " AgentStatus for agent ", name, " got deleted");
+            dropAgentEntry(name);
+            return;
+        }
+    }
+    if (config && !agentConfig_.contains(name)) agentConfigIs(config);
+    if (!config && agentConfig_.contains(name)) agentConfigDel(name);
+}
+
+void ConfigSm::handleAgentStatus() {
+    if (!initialized_) {
+        TRACE(8, "Not initialized.  Return from ", "handleAgentStatus");
+        return;
+    }
+    TRACE(8);
+    if (!agentStatusDir_) {
+        TRACE(0, "handleAgentStatus", " agentStatusDir is NULL");
+        return;
+    }
+    const Orv::Ptr<const Orv::Dir> dir = agentStatusDir_.ptr();
+    dir->entries().walk([this](Orv::Name name) { handleAgentStatus(name); });
+}
+
+void ConfigSm::handleAgentStatus(Orv::Name name) {
+    TRACE(8, "(", name, ")");
+    if (retired()) return;
+    const Orv::Ptr<AgentStatus> status = agentStatusEntry(name);
+    const Orv::Ptr<AgentConfig> config = agentConfigEntry(name);
+    if (status) {
+        if (config && config->createdOnStageRequest()) pruneStageRequests(config, *status);
+        if (!retired()) agentStatusSmIs(agentDir(), status, agentStatusLocal_);
+        return;
+    }
+    agentStatusSmDel(name);
+    if (config && config->createdOnStageRequest()) {
+        TRACE(8, "handleAgentStatus", " AgentConfig for agent: ", name,
+              " was created on dynamic StageRequest. Deleting it.");
+        config->eventDelAll();
+        if (!retired()) dropAgentEntry(name);
+    }
+}
+
+// An agent that registered by requests takes part in what it still asks for.
+void ConfigSm::pruneStageRequests(const Orv::Ptr<AgentConfig>& config, const AgentStatus& status) {
+    config->event().walk([&](Orv::Name stage) {
+        if (retired() || !!status.stageRequest(stage)) return;
+        TRACE(8, "handleAgentStatus", " StageRequest for stage ", stage, " got deleted");
+        config->eventDel(stage);
+    });
+}
+
+void ConfigSm::dropAgentEntry(const Orv::Name& agent) {
+    const Orv::Ptr<Orv::Dir> dir = agentDir();
+    dir->subdirDel(agent);
+    if (retired()) return;
+    dir->entryDel(agent);
+    agentConfigDel(agent);
+}
+
+Orv::Ptr<AgentConfig> ConfigSm::agentConfigEntry(const Orv::Name& agent) const {
+    return agentDir_ ? agentDir_->entityPtr<AgentConfig>(agent) : nullptr;
+}
+
+Orv::Ptr<AgentStatus> ConfigSm::agentStatusEntry(const Orv::Name& agent) const {
+    return agentStatusDir_ ? agentStatusDir_->entityPtr<AgentStatus>(agent) : nullptr;
+}
+
+void ConfigSm::agentConfigIs(Orv::Ptr<AgentConfig> agentConfig) {
+    if (!agentConfig)
+        throw Orv::NullParameterError("_agentConfig", "Stage::ConfigSm::agentConfig");
+    agentConfig_.keepOrReplace(*this, agentConfig->key(), agentConfig.get(), [&] {
+        return Orv::make<OrvAgentConfig>(agentConfig, this);
+    });
+}
+
+void ConfigSm::stageStatusIs(Orv::Ptr<StageStatus> stageStatus) {
+    if (!stageStatus)
+        throw Orv::NullParameterError("_stageStatus", "Stage::ConfigSm::stageStatus");
+    stageStatus_.keepOrReplace(*this, stageStatus->key(), stageStatus.get(), [&] {
+        return Orv::make<OrvStageStatus>(stageStatus, this);
+    });
+}
+
+Orv::Ptr<AgentStatusSm> ConfigSm::agentStatusSmIs(Orv::Ptr<Orv::Dir> agentDir,
+                                                  Orv::Ptr<const AgentStatus> agentStatus,
+                                                  Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+    const Orv::Name agent = agentStatus ? agentStatus->key() : Orv::Name();
+    return agentStatusSm_.keepOrRefuse(
+        *this, agent, std::tuple(agentDir, agentStatus, agentStatusLocal),
+        [&] { return agentStatusSmFactory(agentDir, agentStatus, agentStatusLocal); });
+}
+
+void ConfigSm::handleStatus(Orv::Name stage) {
+    if (Orv::Ptr<StageStatus> added = status_->stage(stage))
+        stageStatusIs(std::move(added));
+    else
+        stageStatusDel(stage);
+    if (!retired()) handleStage(stage);
+}
+
+void ConfigSm::handleStatus() {
+    const Orv::Ptr<Status> status = this->status();
+    status->stage().walk([&](Orv::Name stage) {
+        if (!retired()) stageStatusIs(status->stage(stage));
+    });
+    stageStatus_.map().walk([&](Orv::Name stage) {
+        if (!status->stage().contains(stage)) stageStatusDel(stage);
+    });
+}
+
+void ConfigSm::handleStage(Orv::Name stage) {
+    TRACE(8, " stage=", stage);
+    stageStatus_.map().walk([&](Orv::Name other) {
+        if (const Orv::Ptr<OrvStageStatus> reactor{stageStatus(other)}) reactor->handleStage(stage);
+    });
+}
+
+ConfigSm::OrvAgentConfig::OrvAgentConfig(Orv::Ptr<AgentConfig> agentConfig, ConfigSm* configSm)
+    : configSm_(configSm) {
+    agentConfig_.is(*this, std::move(agentConfig));
+    agentConfig_.activeIs(false);
+    handleEvent();
+}
+
+void ConfigSm::OrvAgentConfig::handleEvent() {
+    TRACE(8, agent());
+    agentConfig_->event().walk([this](Orv::Name stage) { handleEvent(stage); });
+    if (configSm_ == nullptr || !configSm_->status()) return;
+    // Takes the agent out of the stages that it no longer lists.
+    const Orv::Ptr<Status> status = configSm_->status();
+    status->stage().walk([&](Orv::Name stage) {
+        if (status->stage(stage)->event().contains(agent())) handleEvent(stage);
+    });
+}
+
+void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
+    const Orv::Name name = agent();
+    TRACE(8, name, "(event:", stage, ")");
+    if (retired() || configSm_->retired() || !configSm_->status()) return;
+    const Orv::Ptr<Status> status = configSm_->status();
+    Orv::Ptr<StageStatus> ss = status->stage(stage);
+    const Orv::Ptr<AgentConfig> ac = configSm_->agentConfigEntry(name);
+    const Orv::Ptr<EventConfig> ec = ac ? ac->event(stage) : nullptr;
+    if (ss && ss->event().contains(name)) {
+        if (ec) return;
+        TRACE(7, "Deleting ", name, " from ", stage);
+        if (const Orv::Ptr<OrvStageStatus> reactor{configSm_->stageStatus(stage)})
+            reactor->handleEventDel(name);
+        return;
+    }
+    if (!ec) return;
+
+    if (!ss) TRACE(7, "Adding stage ", stage, " to status.");
+    ss = status->stageIs(stage);
+    if (retired() || configSm_->retired()) return;
+    TRACE(7, "Adding event ", name, " to stage ", stage);
+    ss->eventIs(ec);
+    if (retired() || configSm_->retired()) return;
+    // In full precision, on purpose: only a recomputation narrows the limit.
+    if (ss->timeout() <= ec->timeout()) ss->timeoutIs(ec->timeout());
+}
+
+Orv::Ptr<ConfigSm> configSmFactory(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
+                                   Orv::Ptr<Orv::Dir> agentDir,
+                                   Orv::Ptr<const Orv::Dir> agentStatusDir,
+                                   Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+    return Orv::validPtr(Orv::make<ConfigSm>(std::move(config), std::move(status),
+                                             std::move(agentDir), std::move(agentStatusDir),
+                                             std::move(agentStatusLocal)));
+}
+
+const Orv::TypeInfo& ConfigSm::type() {
+    static const Orv::TypeInfo info =
+        Orv::TypeBuilder<ConfigSm>("Stage::ConfigSm")
+            .scalar("config", &ConfigSm::config)
+            .detail()
+            .scalar("status", &ConfigSm::status)
+            .detail()
+            .scalar("agentDir", &ConfigSm::agentDir)
+            .detail()
+            .scalar("agentStatusDir", [](const ConfigSm& c) { return c.agentStatusDir_.ptr(); })
+            .detail()
+            .scalar("agentStatusLocal", &ConfigSm::agentStatusLocal_)
+            .detail()
+            .scalar("initialized", &ConfigSm::initialized_)
+            .children("agentStatusSm",
+                      [](const ConfigSm& c) -> const auto& { return c.agentStatusSm_.map(); })
+            .children("agentConfig",
+                      [](const ConfigSm& c) -> const auto& { return c.agentConfig_.map(); })
+            .children("stageStatus",
+                      [](const ConfigSm& c) -> const auto& { return c.stageStatus_.map(); })
+            .done();
+    return info;
+}
+
+}  // namespace Stage

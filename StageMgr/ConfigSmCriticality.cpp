@@ -1,0 +1,233 @@
+// Events, dependencies and criticality of the stages.
+#include "StageMgr/ConfigSmCriticality.h"
+
+#include "StageMgr/ConfigSm.h"
+#include "StageMgr/TraceUnit.h"
+
+namespace Stage {
+
+using OrvStageStatus = ConfigSm::OrvStageStatus;
+using OrvEventConfig = ConfigSm::OrvEventConfig;
+
+OrvStageStatus::OrvStageStatus(Orv::Ptr<StageStatus> stageStatus, ConfigSm* configSm)
+    : configSm_(configSm) {
+    stageStatus_.is(*this, std::move(stageStatus));
+    stageStatus_.activeIs(false);
+    handleEvent();
+    handleCritical();
+}
+
+void OrvStageStatus::dismantle() {
+    stageStatus_.disconnect();
+    eventConfig_.delAll();
+    configSm_ = nullptr;
+}
+
+void OrvStageStatus::eventConfigIs(Orv::Ptr<EventConfig> eventConfig) {
+    if (!eventConfig)
+        throw Orv::NullParameterError("_eventConfig",
+                                      "Stage::ConfigSm::OrvStageStatus::eventConfig");
+    eventConfig_.keepOrReplace(*this, eventConfig->agent(), eventConfig.get(), [&] {
+        return Orv::make<OrvEventConfig>(eventConfig, this);
+    });
+}
+
+void OrvStageStatus::handleEvent(Orv::String agent) {
+    if (Orv::Ptr<EventConfig> event = stageStatus_->event(agent))
+        eventConfigIs(std::move(event));
+    else
+        eventConfigDel(agent);
+}
+
+void OrvStageStatus::handleEvent() {
+    stageStatus_->event().walk([this](Orv::String agent) {
+        if (!retired()) handleEvent(agent);
+    });
+    eventConfig_.map().walk([this](Orv::Name agent) {
+        if (!stageStatus_->event().contains(agent)) eventConfigDel(agent);
+    });
+}
+
+void OrvStageStatus::handleEventDel(Orv::String agent) {
+    TRACE(8, "(event:", agent, ")");
+    const Orv::Ptr<EventConfig> ec = stageStatus_->event(agent);
+    if (retired() || !ec) return;
+    const double stageTimeout = stageStatus_->timeout();
+    const double eventTimeout = ec->timeout();
+    const std::size_t before = ec->dependency().size();
+    stageStatus_->eventDel(agent);
+    Orv::assertThat(ec->dependency().size() == before, "ec->dependencys() == before");
+    ec->dependency().walk([&](Orv::String dependency) {
+        if (retired()) return;
+        TRACE(9, "Handling dependency deletion of ", dependency, " from event ", agent);
+        handleDependencyDel(dependency);
+    });
+    if (retired()) return;
+    handleCritical();
+    // Only the event that set the limit, exactly, lets it be recomputed; a limit that was narrowed
+    // does not compare equal and stays, on purpose.
+    if (!retired() && stageTimeout == eventTimeout) handleTimeout();
+}
+
+void OrvStageStatus::handleDependency(Orv::String dependency) {
+    TRACE(8, " for stage ", stage(), " (dependency:", dependency, ")");
+    if (retired() || !configSm_->status()->stage().contains(dependency)) return;
+    const Orv::Ptr<OrvStageStatus> other{configSm_->stageStatus(dependency)};
+    if (!other) return;
+    TRACE(9, "  Adjusting criticalAncestor for ", dependency);
+    const bool wanted = stageStatus_->dependency(dependency) && stageStatus_->critical();
+    TRACE(9, "  criticalAncestor was ", other->criticalAncestor().value(stage()),
+          " now dep && critic = ", wanted);
+    TRACE(9, " criticalAncestors ", other->criticalAncestor().size());
+    if (wanted)
+        other->criticalAncestorIs(stage(), true);
+    else
+        other->criticalAncestorDel(stage());
+    TRACE(9, " criticalAncestors after ", other->criticalAncestor().size());
+}
+
+void OrvStageStatus::handleDependencyDel(Orv::String dependency) {
+    TRACE(8, " for some event in stage ", stage(), " (dependency: ", dependency, ")");
+    for (const auto& [agent, event] : stageStatus_->event()) {
+        if (event->dependency(dependency)) {
+            TRACE(9, "Dependency found in event ", agent);
+            return;
+        }
+    }
+    TRACE(9, "Deleting dependency ", dependency, " from stage ", stage());
+    stageStatus_->dependencyDel(dependency);
+}
+
+void OrvStageStatus::handleStage(Orv::Name other) {
+    TRACE(8, " for stage ", stage(), " detected stage ", other);
+    if (stageStatus_->dependency(other)) handleDependency(other);
+}
+
+void OrvStageStatus::handleCritical(Orv::String key) {
+    TRACE(8, " key ", key);
+    handleCritical();
+}
+
+void OrvStageStatus::handleCritical() {
+    if (retired()) return;
+    configSm_->spreadCriticality(Orv::Ptr<OrvStageStatus>(this));
+}
+
+// What the stage itself is from now on. A critical ancestor decides without a look at the events, on
+// purpose: two critical stages that depend on each other keep each other critical.
+void OrvStageStatus::criticalUpdate() {
+    TRACE(8, " for stage ", stage(), " critical=", stageStatus_->critical());
+    bool critical = !criticalAncestor_.empty();
+    if (critical) {
+        TRACE(9, " Critical because exists a critical ancestor");
+    } else {
+        for (const auto& [agent, event] : stageStatus_->event()) {
+            if (!event->critical()) continue;
+            TRACE(9, " Critical because ", agent, " is critical");
+            critical = true;
+            break;
+        }
+    }
+    if (critical == stageStatus_->critical())
+        TRACE(9, stage(), ": No change to critical (", critical, ").");
+    else
+        TRACE(9, " Setting critical for stage ", stage(), " to ", critical);
+    stageStatus_->criticalIs(critical);
+    TRACE(9, "   Force dependents of ", stage(), " to recompute based on our critical");
+}
+
+void OrvStageStatus::criticalAncestorIs(Orv::String ancestor, bool value) {
+    const bool* const held = criticalAncestor_.find(ancestor);
+    if (held != nullptr && *held == value) return;  // this ends the spreading, also around a cycle
+    criticalAncestor_.set(ancestor, value);
+    handleCritical(ancestor);
+}
+
+void OrvStageStatus::criticalAncestorDel(Orv::String ancestor) {
+    if (criticalAncestor_.del(ancestor)) handleCritical(ancestor);  // the other end of the spreading
+}
+
+// Depth first: a stage settles its own criticality, then tells each stage that it depends on, and
+// what that sets off comes before the next. The way is kept here rather than on the call stack, since
+// it may be as long as the longest chain of dependencies. Every step tells all, also when its own
+// criticality has not changed; a stage that is told what it knows already ends the way.
+void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
+    // Whether the loop below got here by telling a stage: then it goes on with this one.
+    const bool told = std::exchange(tellingStage_, false);
+    // What others do in answer to a change may start another way in here, which ends before the one
+    // under way goes on.
+    const std::size_t base = criticality_.size();
+    from->criticalUpdate();
+    criticality_.emplace_back(from);
+    if (told) return;
+    const SpreadingEnd end{*this, base};
+    while (criticality_.size() > base) {
+        CriticalityStep& step = criticality_.back();
+        const Orv::String* const dependency =
+            step.stage->retired() ? nullptr : step.remaining.next();
+        if (dependency == nullptr) {
+            criticality_.pop_back();
+            continue;
+        }
+        const Orv::Ptr<OrvStageStatus> other{stageStatus(*dependency)};
+        if (!other) continue;  // it is told when it is added
+        const Orv::Name stage = step.stage->stage();
+        TRACE(9, "  Adjusting criticalAncestor for ", *dependency, " (was ",
+              other->criticalAncestor().value(stage), ")");
+        tellingStage_ = true;
+        if (step.status->critical())
+            other->criticalAncestorIs(stage, true);
+        else
+            other->criticalAncestorDel(stage);
+        tellingStage_ = false;
+    }
+}
+
+OrvEventConfig::OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, OrvStageStatus* stageStatus)
+    : stageStatus_(stageStatus) {
+    eventConfig_.is(*this, std::move(eventConfig));
+    eventConfig_.activeIs(false);
+    handleDependency();
+    handleTimeout();
+    handleCritical();
+}
+
+void OrvEventConfig::handleDependency() {
+    TRACE(8, " ", eventConfig_->name());
+    eventConfig_->dependency().walk([this](Orv::String stage) { handleDependency(stage); });
+}
+
+void OrvEventConfig::handleDependency(Orv::String stage) {
+    TRACE(8, "(dependency:", stage, ")");
+    if (retired() || stageStatus_->retired()) return;
+    const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
+    const bool held = reactor->stageStatus()->dependency(stage);
+    if (eventConfig_->dependency(stage) && !held)
+        reactor->stageStatus()->dependencyIs(stage, true);
+    else if (held)
+        reactor->handleDependencyDel(stage);
+}
+
+void OrvEventConfig::handleCritical() {
+    TRACE(8, " critical=", eventConfig_->critical());
+    if (retired() || stageStatus_->retired()) return;
+    const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
+    reactor->handleCritical();
+}
+
+const Orv::TypeInfo& OrvStageStatus::type() {
+    static const Orv::TypeInfo info =
+        Orv::TypeBuilder<OrvStageStatus>("Stage::ConfigSm::OrvStageStatus")
+            .scalar("stageStatus", &OrvStageStatus::stageStatus)
+            .detail()
+            .collection("criticalAncestor",
+                        [](const OrvStageStatus& s) -> const auto& {
+                            return s.criticalAncestor_;
+                        })
+            .children("eventConfig",
+                      [](const OrvStageStatus& s) -> const auto& { return s.eventConfig_.map(); })
+            .done();
+    return info;
+}
+
+}  // namespace Stage

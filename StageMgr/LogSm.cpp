@@ -1,0 +1,30 @@
+#include "StageMgr/LogSm.h"
+
+#include "StageMgr/TraceUnit.h"
+#include "runtime/ActivityManager.h"
+
+namespace Stage {
+
+void LogSm::logIs(Orv::String message) {
+    TRACE(8, " instanceName ", instanceName_, ": ", message);
+    if (retired() || !log_) return;
+    const Orv::Ptr<InstanceLog> instanceLog = log_->instanceLogIs(instanceName_);
+    if (retired()) return;
+    instanceLog->logEnq({Orv::System::currentTime(), std::move(message)});
+}
+
+Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName) {
+    return Orv::validPtr(Orv::make<LogSm>(std::move(log), std::move(instanceName)));
+}
+
+const Orv::TypeInfo& LogSm::type() {
+    static const Orv::TypeInfo info = Orv::TypeBuilder<LogSm>("Stage::LogSm")
+                                          .scalar("log", &LogSm::log_)
+                                          .detail()
+                                          .scalar("instanceName", &LogSm::instanceName_)
+                                          .detail()
+                                          .done();
+    return info;
+}
+
+}  // namespace Stage

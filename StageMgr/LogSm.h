@@ -1,0 +1,34 @@
+// Writes the progress log of one instance.
+#pragma once
+
+#include "model/Log.h"
+#include "runtime/Reactor.h"
+
+namespace Stage {
+
+// An InstanceStatusSm owns one, and shares it with its stage and auto-completion reactors.
+class ORV_API LogSm final : public Orv::Reactor {
+  public:
+    LogSm(Orv::Ptr<Log> log, Orv::String instanceName)
+        : log_(std::move(log)), instanceName_(std::move(instanceName)) {}
+
+    const Orv::Ptr<Log>& log() const { return log_; }
+    const Orv::String& instanceName() const { return instanceName_; }
+    std::tuple<Orv::Ptr<Log>, Orv::String> arguments() const { return {log_, instanceName_}; }
+    static constexpr std::array<const char*, 2> argumentNames{"log", "instanceName"};
+
+    // Appends a line with the current time; the instance's log is made by its first line. Writes
+    // nothing once the instance is gone.
+    void logIs(Orv::String message);
+
+    static const Orv::TypeInfo& type();
+    const Orv::TypeInfo* typeInfo() const override { return &type(); }
+
+  private:
+    Orv::Ptr<Log> log_;
+    Orv::String instanceName_;
+};
+
+ORV_API Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName);
+
+}  // namespace Stage

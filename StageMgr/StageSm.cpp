@@ -1,0 +1,270 @@
+// The stage's events, and its completion.
+#include "StageMgr/StageSm.h"
+
+#include "StageMgr/InstanceStatusSm.h"
+#include "StageMgr/Messages.h"
+#include "StageMgr/TraceUnit.h"
+#include "runtime/ActivityManager.h"
+
+namespace Stage {
+
+StageSm::StageSm(Orv::Ptr<const StageStatus> stage, Orv::String instanceName,
+                 Orv::Ptr<LogSm> logSm, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                 InstanceStatusSm* mainSm)
+    : instanceName_(std::move(instanceName)), logSm_(std::move(logSm)), mainSm_(mainSm) {
+    stage_.is(*this, std::move(stage));
+    stage_.activeIs(false);
+    agentStatusLocal_.is(*this, std::move(agentStatusLocal));
+    handleEvent();
+    handleInitialized();
+}
+
+void StageSm::dismantle() {
+    stage_.disconnect();
+    agentStatusLocal_.disconnect();
+    stageUncompleted_.del();
+    event_.delAll();
+    autoCompleteSm_.delAll();
+    mainSm_ = nullptr;
+}
+
+void StageSm::handleInitialized() {
+    TRACE(8, " stage ", stageName(), " instanceName ", instanceName_);
+    if (!pendingEvent_.empty()) {
+        // Held at never, so that it cannot fire while the rest is looked at.
+        stageUncompleted_.is(Orv::activityManager().clock());
+        stageUncompleted_.timeMinIs(Orv::never);
+    }
+    completeIs(false);
+    initializedIs(true);
+    handleCompleteLocal();
+    handlePendingEvent();
+    if (retired()) return;
+    if (!pendingEvent_.empty())
+        stageUncompleted_.timeMinIs(Orv::System::currentTime() + stage_->timeout());
+    else
+        stageUncompleted_.del();
+}
+
+void StageSm::handleEvent(Orv::String agent) {
+    TRACE(8, " stage ", stageName(), " event ", agent, " instanceName ", instanceName_);
+    if (retired()) return;
+    handleEventDel(agent);
+    if (retired()) return;
+    if (Orv::Ptr<EventConfig> event = stage_->event(agent))
+        eventIs(agent, std::move(event));
+    else
+        eventDel(agent);
+}
+
+// Leaves the pending events and the auto-completion alone, on purpose: only a change of one event
+// reconciles them with the stage.
+void StageSm::handleEvent() {
+    TRACE(8, " stage ", stageName(), " instanceName ", instanceName_);
+    stage_->event().walk([this](Orv::String agent) {
+        if (!retired()) eventIs(agent, stage_->event(agent));
+    });
+    event_.map().walk([this](Orv::String agent) {
+        if (!stage_->event().contains(agent)) eventDel(agent);
+    });
+}
+
+Orv::Ptr<EventConfig> StageSm::event(const Orv::String& agent) const {
+    const OrvEvent* const held = event_.find(agent);
+    return held != nullptr ? held->eventConfig() : nullptr;
+}
+
+void StageSm::eventIs(Orv::String agent, Orv::Ptr<EventConfig> event) {
+    event_.keepOrReplace(*this, agent, event.get(),
+                         [&] { return Orv::make<OrvEvent>(event, agent, this); });
+}
+
+StageSm::OrvEvent::OrvEvent(Orv::Ptr<EventConfig> eventConfig, Orv::String key, StageSm* stageSm)
+    : key_(std::move(key)), stageSm_(stageSm) {
+    if (!eventConfig) return;
+    eventConfig_.is(*this, std::move(eventConfig));
+    eventConfig_.activeIs(false);
+    handleComplete();
+}
+
+void StageSm::OrvEvent::handleComplete() {
+    TRACE(8, "  event ", eventConfig_->name(),
+          eventConfig_->complete(stageSm_->instanceName()) ? " completed" : " started");
+    handleComplete(stageSm_->instanceName());
+}
+
+void StageSm::OrvEvent::handleComplete(Orv::String instance) {
+    TRACE(8, " event ", eventConfig_->name(), " instanceName ", instance);
+    if (stageSm_ == nullptr || instance != stageSm_->instanceName()) return;
+    const Orv::Ptr<EventConfig> event = eventConfig();
+    if (!event->complete(instance)) {
+        handleEventStart(*stageSm_, event);
+    } else if (stageSm_->agentStatusLocal()) {
+        // By way of the class's record, as every completion: the stage retires the event from there.
+        stageSm_->agentStatusLocal()->completeIs({event->agent(), event->stage(), instance}, true);
+    }
+}
+
+void handleEventStart(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
+    TRACE(8, " event ", event->name());
+    if (stageSm.rebootRequested()) {
+        TRACE(8, " reboot already in progress, do nothing.");
+        return;
+    }
+    stageSm.logIs(Orv::concat({"  event ", event->name(), " started"}));
+    if (stageSm.retired()) return;
+    stageSm.pendingEventIs(event);
+    if (stageSm.retired()) return;
+    stageSm.maybeAddAutoCompleteSm(event);
+}
+
+void StageSm::handleEventDel(Orv::String agent) {
+    TRACE(8, " stage ", stageName(), " event ", agent, " instanceName ", instanceName_);
+    const Orv::Ptr<EventConfig> event = stage_->event(agent);
+    const Orv::String name = Orv::concat({stageName(), ":", agent});
+    if (!event) {
+        pendingEventDel(name);
+        autoCompleteSmDel(agent);
+        return;
+    }
+    if (eventComplete(*event) || pendingEvent_.contains(name)) return;
+    if (rebootRequested()) {
+        TRACE(8, " reboot already in progress, do nothing.");
+        return;
+    }
+    TRACE(9, "Incomplete event being added to pending events ", name);
+    pendingEventIs(event);
+    if (retired()) return;
+    maybeAddAutoCompleteSm(event);
+}
+
+bool StageSm::eventComplete(const EventConfig& event) const {
+    const bool fromEvent = event.complete(instanceName_);
+    const bool fromAgent =
+        agentStatusLocal_ &&
+        agentStatusLocal_->complete({event.agent(), event.stage(), instanceName_});
+    TRACE(9, "eventComplete", " resultFromEventConfig: ", fromEvent,
+          " resultFromAgentStatusLocal: ", fromAgent);
+    return fromEvent || fromAgent;
+}
+
+void StageSm::maybeAddAutoCompleteSm(Orv::Ptr<EventConfig> event) {
+    TRACE(8, " event ", event->name(), " enabled ", event->enableAutoComplete());
+    if (event->enableAutoComplete())
+        autoCompleteSmIs(event, logSm_, instanceName_, agentStatusLocal());
+}
+
+Orv::Ptr<AutoCompleteSm> StageSm::autoCompleteSmIs(Orv::Ptr<EventConfig> event,
+                                                   Orv::Ptr<LogSm> logSm, Orv::String instanceName,
+                                                   Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+    const Orv::String agent = event ? event->agent() : Orv::String();
+    return autoCompleteSm_.keepOrRefuse(
+        *this, agent, std::tuple(event, logSm, instanceName, agentStatusLocal), [&] {
+            return Orv::make<AutoCompleteSm>(event, logSm, instanceName, agentStatusLocal);
+        });
+}
+
+void StageSm::pendingEventIs(Orv::Ptr<const EventConfig> event) {
+    if (!event) throw Orv::NullParameterError("_pendingEvent", "Stage::StageSm::pendingEvent");
+    const Orv::String name = event->name();
+    const Orv::Ptr<const EventConfig>* const held = pendingEvent_.find(name);
+    if (held != nullptr && *held == event) return;
+    pendingEvent_.set(name, std::move(event));
+    handlePendingEvent(name);
+}
+
+void StageSm::pendingEventDel(Orv::String name) {
+    if (pendingEvent_.del(name)) handlePendingEvent(name);
+}
+
+void StageSm::handlePendingEvent(Orv::String name) {
+    if (!initialized_) {
+        TRACE(8, "Return from ", "handlePendingEvent for event ", name);
+        return;
+    }
+    TRACE(8, " for event ", name, " for stage ", stageName());
+    handlePendingEvent();
+}
+
+void StageSm::handlePendingEvent() {
+    if (!initialized_) {
+        TRACE(8, "Not initialized.  Return from ", "handlePendingEvent");
+        return;
+    }
+    TRACE(8, " with ", pendingEvent_.size(), " pendingEvents, instanceName ", instanceName_);
+    if (retired() || !pendingEvent_.empty() || complete_) return;
+    const Orv::String line = Orv::concat({"stage ", stageName(), " is complete"});
+    TRACE(7, line);
+    if (timedOut_) {
+        TRACE(0, line, " completed, but had previously timed out, instanceName ", instanceName_);
+        if (stage_->critical() && mainSm_ != nullptr)
+            stageCompleteAfterTimeout.log(mainSm_->application(), stageName());
+    }
+    stageUncompleted_.timeMinIs(Orv::never);
+    completionTimeIs(Orv::System::currentTime());
+    completeIs(true);
+    logIs(line);
+    if (mainSm_ != nullptr) mainSm_->doNextStage();
+}
+
+bool StageSm::rebootRequested() const { return mainSm_ != nullptr && mainSm_->rebootRequested(); }
+
+void StageSm::logIs(Orv::String line) {
+    if (logSm_ && !retired()) logSm_->logIs(std::move(line));
+}
+
+void StageSm::completeIs(bool complete) {
+    if (Orv::assign(complete_, complete))
+        deliver([](auto& n) { static_cast<NotifieeConst&>(n).onComplete(); });
+}
+
+void StageSm::timedOutIs(bool timedOut) {
+    if (Orv::assign(timedOut_, timedOut))
+        deliver([](auto& n) { static_cast<NotifieeConst&>(n).onTimedOut(); });
+}
+
+void StageSm::completionTimeIs(double seconds) {
+    if (Orv::assign(completionTime_, seconds))
+        deliver([](auto& n) { static_cast<NotifieeConst&>(n).onCompletionTime(); });
+}
+
+void StageSm::initializedIs(bool initialized) {
+    if (Orv::assign(initialized_, initialized))
+        deliver([](auto& n) { static_cast<NotifieeConst&>(n).onInitialized(); });
+}
+
+Orv::Ptr<StageSm> stageSmFactory(Orv::Ptr<const StageStatus> stage, Orv::String instanceName,
+                                 Orv::Ptr<LogSm> logSm, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                                 InstanceStatusSm* mainSm) {
+    return Orv::validPtr(Orv::make<StageSm>(std::move(stage), std::move(instanceName),
+                                            std::move(logSm), std::move(agentStatusLocal),
+                                            mainSm));
+}
+
+const Orv::TypeInfo& StageSm::type() {
+    static const Orv::TypeInfo info =
+        Orv::TypeBuilder<StageSm>("Stage::StageSm")
+            .scalar("stage", &StageSm::stage)
+            .detail()
+            .scalar("instanceName", &StageSm::instanceName_)
+            .detail()
+            .scalar("logSm", &StageSm::logSm_)
+            .detail()
+            .scalar("agentStatusLocal", &StageSm::agentStatusLocal)
+            .detail()
+            .scalar("initialized", &StageSm::initialized_)
+            .scalar("complete", &StageSm::complete_)
+            .scalar("timedOut", &StageSm::timedOut_)
+            .scalar("completionTime", &StageSm::completionTime_)
+            .collection("pendingEvent",
+                        [](const StageSm& s) -> const auto& { return s.pendingEvent_; })
+            .children("event", [](const StageSm& s) -> const auto& { return s.event_.map(); })
+            .children("autoCompleteSm",
+                      [](const StageSm& s) -> const auto& { return s.autoCompleteSm_.map(); })
+            .scalar("stageUncompleted", [](const StageSm& s) { return s.timeMin(); })
+            .detail()
+            .done();
+    return info;
+}
+
+}  // namespace Stage
