@@ -1,0 +1,252 @@
+#!/bin/sh
+# The project's commands. Each installs what it lacks on Debian 12 and goes on.
+set -eu
+cd "$(dirname "$0")"
+
+usage() {
+    cat << 'END'
+usage: ./do VERB
+
+  build [PRESET]           build everything; the program lies at build/release/stagemgr
+  run [ARGUMENTS]          build, then replay the example start-up of an appliance and show it;
+                           with arguments: stagemgr with those instead
+  test [--quick] [PRESET]  build and test with both compilers, with the sanitizers and optimized;
+                           --quick: with g++ and the sanitizers only; PRESET: that one only
+  bench [ARGUMENTS]        build, then run the benchmarks; arguments go to them
+  format [--check]         format the sources; --check only tells what is not formatted
+  install [--prefix DIR]   build, then install below DIR (default /usr/local)
+  install --deb            build, then make the Debian packages in build/release/packages
+
+Presets: release (default), debug, clang, clang-release, thread.
+END
+}
+
+say() { printf '==> %s\n' "$*" >&2; }
+
+fail() {
+    printf './do: %s\n' "$*" >&2
+    exit 1
+}
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo > /dev/null; then
+        sudo "$@"
+    else
+        fail "this needs root or sudo: $*"
+    fi
+}
+
+# need PACKAGE...: installs those that are missing; looks at nothing but dpkg's list when none is.
+need() {
+    command -v dpkg-query > /dev/null || {
+        say "no dpkg here; taking for granted what these Debian packages hold: $*"
+        return 0
+    }
+    missing=
+    for package; do
+        status=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2> /dev/null) || status=
+        case $status in
+        installed*) ;;
+        *) case " $missing " in *" $package "*) ;; *) missing="$missing $package" ;; esac ;;
+        esac
+    done
+    [ -n "$missing" ] || return 0
+
+    say "installing what is missing:$missing"
+    # One source of several that fails need not be the one that has them.
+    as_root apt-get -qq update > /dev/null || say "apt-get update failed; trying all the same"
+    # Never at the price of a package that is there: another Boost is the user's to give up.
+    # shellcheck disable=SC2086  # a list of words
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get -qq install -y --no-install-recommends \
+        --no-remove -o DPkg::Lock::Timeout=300 $missing > /dev/null ||
+        fail "could not install:$missing; see above (libboost1.81-dev cannot stand beside another Boost's -dev packages: remove those), then run this again"
+}
+
+# need_to_build PRESET...
+need_to_build() {
+    compilers=
+    for preset; do
+        case $preset in
+        *clang*) compilers="$compilers clang libclang-rt-14-dev" ;;
+        *) compilers="$compilers g++" ;;
+        esac
+    done
+    # shellcheck disable=SC2086  # a list of words
+    need cmake ninja-build pkg-config libboost1.81-dev libcli11-dev libfmt-dev \
+        libgtest-dev libgmock-dev libbenchmark-dev $compilers
+}
+
+cores() { getconf _NPROCESSORS_ONLN 2> /dev/null || echo 2; }
+
+# build PRESET [TARGET]: speaks on standard error, which leaves standard output to what is run.
+build() {
+    say "building $1"
+    {
+        cmake --preset "$1" > /dev/null &&
+            cmake --build --preset "$1" -j "$(cores)" ${2:+--target "$2"}
+    } >&2
+}
+
+known_preset() {
+    case $1 in
+    release | debug | clang | clang-release | thread) ;;
+    *) fail "no preset '$1'; there are release, debug, clang, clang-release and thread" ;;
+    esac
+}
+
+do_build() {
+    preset=${1:-release}
+    known_preset "$preset"
+    need_to_build "$preset"
+    build "$preset"
+}
+
+do_run() {
+    need_to_build release
+    build release stagemgr
+    if [ $# -eq 0 ]; then
+        set -- replay examples/appliance.jsonl --human
+    fi
+    exec build/release/stagemgr "$@"
+}
+
+# count ATTRIBUTE FILE: a number from the first element of a JUnit report, 0 where there is none.
+count() {
+    number=$(sed -n '1,20p' "$2" 2> /dev/null | tr '\n\t' '  ' |
+        sed -n "s/^[^<]*<?[^>]*>[^<]*<testsuite[^>]* $1=\"\([0-9][0-9]*\)\".*/\1/p")
+    echo "${number:-0}"
+}
+
+do_test() {
+    presets=
+    for argument; do
+        case $argument in
+        --quick) presets="$presets debug" ;;
+        -*) fail "test has no option '$argument'; there is --quick" ;;
+        *)
+            known_preset "$argument"
+            presets="$presets $argument"
+            ;;
+        esac
+    done
+    presets=${presets:-release debug clang thread}
+    # shellcheck disable=SC2086  # a list of words
+    need_to_build $presets
+
+    passed=0
+    failed=0
+    for preset in $presets; do
+        if ! build "$preset"; then
+            say "$preset does not build, which counts as one failure"
+            failed=$((failed + 1))
+            continue
+        fi
+        say "testing $preset"
+        report=$PWD/build/$preset/tests.xml
+        rm -f "$report"
+        ended=$(
+            exec 3>&1 >&2
+            {
+                code=0
+                ctest --preset "$preset" -j "$(cores)" --output-junit "$report" 2>&1 || code=$?
+                echo "$code" >&3
+            } | grep -vE '^ *Start +[0-9]+:| Passed +[0-9.]+ sec$'
+        ) || :
+
+        bad=$(count failures "$report")
+        good=$(($(count tests "$report") - bad - $(count disabled "$report") - \
+            $(count skipped "$report")))
+        if [ "$good" -eq 0 ] && [ "$bad" -eq 0 ]; then
+            say "$preset ran no test, which counts as one failure"
+            bad=1
+        elif [ "$ended" -ne 0 ] && [ "$bad" -eq 0 ]; then
+            say "ctest ended with status $ended though no test failed, which counts as one failure"
+            bad=1
+        fi
+        say "$preset: $good passed, $bad failed"
+        passed=$((passed + good))
+        failed=$((failed + bad))
+    done
+
+    echo "$passed passed, $failed failed"
+    [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
+}
+
+do_bench() {
+    need_to_build release
+    build release stagemgr-bench
+    exec build/release/bench/stagemgr-bench "$@"
+}
+
+do_format() {
+    how=-i
+    case ${1:-} in
+    '') ;;
+    --check) how='--dry-run -Werror' ;;
+    *) fail "format has no argument '$1'; there is --check" ;;
+    esac
+    need clang-format
+    # shellcheck disable=SC2086  # a list of words
+    find runtime model StageMgr host tests bench examples -type f \
+        \( -name '*.h' -o -name '*.cpp' \) -exec clang-format $how {} +
+}
+
+# writable DIR: whether DIR, or what there is of it, can be written.
+writable() {
+    dir=$1
+    while [ ! -e "$dir" ]; do dir=$(dirname "$dir"); done
+    [ -w "$dir" ]
+}
+
+do_install() {
+    prefix=/usr/local
+    deb=
+    while [ $# -gt 0 ]; do
+        case $1 in
+        --prefix)
+            [ $# -ge 2 ] || fail "--prefix needs a folder"
+            prefix=$2
+            shift
+            ;;
+        --prefix=*) prefix=${1#--prefix=} ;;
+        --deb) deb=yes ;;
+        *) fail "install has no argument '$1'; there are --prefix DIR and --deb" ;;
+        esac
+        shift
+    done
+    need_to_build release
+    build release
+    if [ -n "$deb" ]; then
+        need dpkg-dev
+        say "making packages in build/release/packages"
+        (cd build/release && cpack -G DEB)
+        return
+    fi
+    say "installing below $prefix"
+    if writable "$prefix"; then
+        cmake --install build/release --prefix "$prefix"
+    else
+        as_root cmake --install build/release --prefix "$prefix"
+    fi
+    case $prefix in
+    /usr | /usr/local) as_root /sbin/ldconfig ;;
+    esac
+}
+
+verb=${1:-}
+[ $# -eq 0 ] || shift
+case $verb in
+build | run | test | bench | format | install) "do_$verb" "$@" ;;
+help | -h | --help) usage ;;
+'')
+    usage >&2
+    exit 2
+    ;;
+*)
+    printf "./do: no verb '%s'\n" "$verb" >&2
+    usage >&2
+    exit 2
+    ;;
+esac
