@@ -6,8 +6,10 @@ namespace Stage {
 
 AgentStatusSm::AgentStatusSm(Orv::Ptr<Orv::Dir> agentConfigDir,
                              Orv::Ptr<const AgentStatus> agentStatus,
-                             Orv::Ptr<AgentStatusLocal> agentStatusLocal)
-    : agentConfigDir_(std::move(agentConfigDir)), agentStatusLocal_(std::move(agentStatusLocal)) {
+                             Orv::Ptr<AgentStatusLocal> agentStatusLocal, const Orv::Owner* owner)
+    : Reactor(owner),
+      agentConfigDir_(std::move(agentConfigDir)),
+      agentStatusLocal_(std::move(agentStatusLocal)) {
     agentStatus_.is(*this, std::move(agentStatus));
     handleInitialized();
 }
@@ -43,8 +45,8 @@ void AgentStatusSm::handleStageRequest(Orv::String name) {
         registerForStage(request);
 }
 
-// By the key, on purpose, where a registration goes by what the request holds: a request stands under
-// its stage's name.
+// By the key, on purpose, where a registration goes by what the request holds: a request stands
+// under its stage's name.
 void AgentStatusSm::withdrawStageRequest(const Orv::String& stage) {
     TRACE(9, " AgentStatus StageRequest deleted for agent ", agentName(), " stage ", stage);
     const Orv::Ptr<AgentConfig> config = agentConfig();
@@ -64,12 +66,14 @@ void AgentStatusSm::registerForStage(const StageRequest& request) {
     Orv::Ptr<AgentConfig> ac = agentConfig();
     if (!ac) {
         TRACE(9, " Could not find AgentConfig for ", agent);
-        if (agentConfigDir_) agentConfigDir_->entryIs(agent, AgentConfig::type().name());
-        if (retired()) return;
-        ac = agentConfig();
+        if (agentConfigDir_)
+            ac = Orv::Ptr<AgentConfig>(dynamic_cast<AgentConfig*>(
+                agentConfigDir_->entryIs(agent, AgentConfig::type().name()).get()));
         Orv::assertThat(static_cast<bool>(ac), "ac");
+        // Whoever is told of a change here may take the registration away again.
+        if (retired() || ac->left()) return;
         ac->createdOnStageRequestIs(true);
-        if (retired()) return;
+        if (retired() || ac->left()) return;
     } else {
         TRACE(9, " AgentConfig exists for agent ", agent);
     }
@@ -77,10 +81,9 @@ void AgentStatusSm::registerForStage(const StageRequest& request) {
     Orv::Ptr<EventConfig> eventCfg = ac->event(request.stage);
     if (!eventCfg) {
         TRACE(9, " Could not find EventConfig for ", request.stage);
-        ac->eventIs(request.stage, request.agent);
-        if (retired()) return;
-        eventCfg = ac->event(request.stage);
+        eventCfg = ac->eventIs(request.stage, request.agent);
         Orv::assertThat(static_cast<bool>(eventCfg), "eventCfg");
+        if (retired() || eventCfg->left()) return;
     }
     eventCfg->timeoutIs(request.timeout);
 }
@@ -124,9 +127,10 @@ bool AgentStatusSm::isRegistered(const Orv::String& stage) const {
 
 Orv::Ptr<AgentStatusSm> agentStatusSmFactory(Orv::Ptr<Orv::Dir> agentConfigDir,
                                              Orv::Ptr<const AgentStatus> agentStatus,
-                                             Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
-    return Orv::validPtr(Orv::make<AgentStatusSm>(
-        std::move(agentConfigDir), std::move(agentStatus), std::move(agentStatusLocal)));
+                                             Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                                             const Orv::Owner* owner) {
+    return Orv::validPtr(Orv::make<AgentStatusSm>(std::move(agentConfigDir), std::move(agentStatus),
+                                                  std::move(agentStatusLocal), owner));
 }
 
 const Orv::TypeInfo& AgentStatusSm::type() {

@@ -1,5 +1,5 @@
-// Copies one agent's completion reports into the class's AgentStatusLocal, and turns its stage requests
-// into registrations.
+// Copies one agent's completion reports into the class's AgentStatusLocal, and turns its stage
+// requests into registrations.
 #pragma once
 
 #include "model/AgentConfig.h"
@@ -15,7 +15,7 @@ namespace Stage {
 class ORV_API AgentStatusSm final : public Orv::Reactor {
   public:
     AgentStatusSm(Orv::Ptr<Orv::Dir> agentConfigDir, Orv::Ptr<const AgentStatus> agentStatus,
-                  Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+                  Orv::Ptr<AgentStatusLocal> agentStatusLocal, const Orv::Owner* owner = nullptr);
 
     std::tuple<Orv::Ptr<Orv::Dir>, Orv::Ptr<const AgentStatus>, Orv::Ptr<AgentStatusLocal>>
     arguments() const {
@@ -51,6 +51,7 @@ class ORV_API AgentStatusSm final : public Orv::Reactor {
     };
 
     void dismantle() override { agentStatus_.disconnect(); }
+    bool unwanted() const override { return agentStatus_ && agentStatus_->left(); }
     // The agent's own registration, whatever agent a report names; null when there is none.
     Orv::Ptr<AgentConfig> agentConfig() const;
     bool isRegistered(const Orv::String& stage) const;
@@ -65,6 +66,7 @@ class ORV_API AgentStatusSm final : public Orv::Reactor {
 
 ORV_API Orv::Ptr<AgentStatusSm> agentStatusSmFactory(Orv::Ptr<Orv::Dir> agentConfigDir,
                                                      Orv::Ptr<const AgentStatus> agentStatus,
-                                                     Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+                                                     Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                                                     const Orv::Owner* owner = nullptr);
 
 }  // namespace Stage

@@ -9,8 +9,8 @@
 
 namespace Stage {
 
-// A StageSm owns one per started event that allows it, under the agent's name; it goes when the event
-// is complete by whatever way, its own included.
+// A StageSm owns one per started event that allows it, under the agent's name; it goes when the
+// event is complete by whatever way, its own included.
 class ORV_API AutoCompleteSm final : public Orv::Reactor {
   public:
     AutoCompleteSm(Orv::Ptr<EventConfig> eventConfig, Orv::Ptr<LogSm> logSm,

@@ -8,8 +8,8 @@ namespace Stage {
 
 ConfigSm::ConfigSm(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
                    Orv::Ptr<Orv::Dir> agentDir, Orv::Ptr<const Orv::Dir> agentStatusDir,
-                   Orv::Ptr<AgentStatusLocal> agentStatusLocal)
-    : agentStatusLocal_(std::move(agentStatusLocal)) {
+                   Orv::Ptr<AgentStatusLocal> agentStatusLocal, const Orv::Owner* owner)
+    : Reactor(owner), agentStatusLocal_(std::move(agentStatusLocal)) {
     config_.is(*this, std::move(config));
     config_.activeIs(false);
     status_.is(*this, std::move(status));
@@ -68,11 +68,11 @@ void ConfigSm::handleAgent(Orv::Name name) {
 }
 
 void ConfigSm::handleAgentStatus() {
+    TRACE(8);
     if (!initialized_) {
         TRACE(8, "Not initialized.  Return from ", "handleAgentStatus");
         return;
     }
-    TRACE(8);
     if (!agentStatusDir_) {
         TRACE(0, "handleAgentStatus", " agentStatusDir is NULL");
         return;
@@ -88,7 +88,9 @@ void ConfigSm::handleAgentStatus(Orv::Name name) {
     const Orv::Ptr<AgentConfig> config = agentConfigEntry(name);
     if (status) {
         if (config && config->createdOnStageRequest()) pruneStageRequests(config, *status);
-        if (!retired()) agentStatusSmIs(agentDir(), status, agentStatusLocal_);
+        // Whoever was told of that may have taken the status away.
+        if (retired() || agentStatusEntry(name) != status) return;
+        agentStatusSmIs(agentDir(), status, agentStatusLocal_);
         return;
     }
     agentStatusSmDel(name);
@@ -126,19 +128,20 @@ Orv::Ptr<AgentStatus> ConfigSm::agentStatusEntry(const Orv::Name& agent) const {
 }
 
 void ConfigSm::agentConfigIs(Orv::Ptr<AgentConfig> agentConfig) {
-    if (!agentConfig)
-        throw Orv::NullParameterError("_agentConfig", "Stage::ConfigSm::agentConfig");
+    if (!agentConfig) throw Orv::NullParameterError("_agentConfig", "Stage::ConfigSm::agentConfig");
     agentConfig_.keepOrReplace(*this, agentConfig->key(), agentConfig.get(), [&] {
-        return Orv::make<OrvAgentConfig>(agentConfig, this);
+        const Orv::Ptr<OrvAgentConfig> reactor = Orv::make<OrvAgentConfig>(agentConfig, this);
+        // The registration may have gone meanwhile; it is retired only now, since until then it
+        // withdraws what it has registered.
+        if (agentConfig->left()) reactor->retire();
+        return reactor;
     });
 }
 
 void ConfigSm::stageStatusIs(Orv::Ptr<StageStatus> stageStatus) {
-    if (!stageStatus)
-        throw Orv::NullParameterError("_stageStatus", "Stage::ConfigSm::stageStatus");
-    stageStatus_.keepOrReplace(*this, stageStatus->key(), stageStatus.get(), [&] {
-        return Orv::make<OrvStageStatus>(stageStatus, this);
-    });
+    if (!stageStatus) throw Orv::NullParameterError("_stageStatus", "Stage::ConfigSm::stageStatus");
+    stageStatus_.keepOrReplace(*this, stageStatus->key(), stageStatus.get(),
+                               [&] { return Orv::make<OrvStageStatus>(stageStatus, this); });
 }
 
 Orv::Ptr<AgentStatusSm> ConfigSm::agentStatusSmIs(Orv::Ptr<Orv::Dir> agentDir,
@@ -147,7 +150,7 @@ Orv::Ptr<AgentStatusSm> ConfigSm::agentStatusSmIs(Orv::Ptr<Orv::Dir> agentDir,
     const Orv::Name agent = agentStatus ? agentStatus->key() : Orv::Name();
     return agentStatusSm_.keepOrRefuse(
         *this, agent, std::tuple(agentDir, agentStatus, agentStatusLocal),
-        [&] { return agentStatusSmFactory(agentDir, agentStatus, agentStatusLocal); });
+        [&] { return agentStatusSmFactory(agentDir, agentStatus, agentStatusLocal, this); });
 }
 
 void ConfigSm::handleStatus(Orv::Name stage) {
@@ -176,7 +179,7 @@ void ConfigSm::handleStage(Orv::Name stage) {
 }
 
 ConfigSm::OrvAgentConfig::OrvAgentConfig(Orv::Ptr<AgentConfig> agentConfig, ConfigSm* configSm)
-    : configSm_(configSm) {
+    : Reactor(configSm), configSm_(configSm) {
     agentConfig_.is(*this, std::move(agentConfig));
     agentConfig_.activeIs(false);
     handleEvent();
@@ -196,7 +199,7 @@ void ConfigSm::OrvAgentConfig::handleEvent() {
 void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
     const Orv::Name name = agent();
     TRACE(8, name, "(event:", stage, ")");
-    if (retired() || configSm_->retired() || !configSm_->status()) return;
+    if (retired() || !configSm_->status()) return;
     const Orv::Ptr<Status> status = configSm_->status();
     Orv::Ptr<StageStatus> ss = status->stage(stage);
     const Orv::Ptr<AgentConfig> ac = configSm_->agentConfigEntry(name);
@@ -212,10 +215,11 @@ void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
 
     if (!ss) TRACE(7, "Adding stage ", stage, " to status.");
     ss = status->stageIs(stage);
-    if (retired() || configSm_->retired()) return;
+    // Whoever is told of a change here may take the stage or the event away again.
+    if (retired() || ss->left() || ec->left()) return;
     TRACE(7, "Adding event ", name, " to stage ", stage);
     ss->eventIs(ec);
-    if (retired() || configSm_->retired()) return;
+    if (retired() || ss->event(name) != ec) return;
     // In full precision, on purpose: only a recomputation narrows the limit.
     if (ss->timeout() <= ec->timeout()) ss->timeoutIs(ec->timeout());
 }
@@ -223,10 +227,11 @@ void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
 Orv::Ptr<ConfigSm> configSmFactory(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
                                    Orv::Ptr<Orv::Dir> agentDir,
                                    Orv::Ptr<const Orv::Dir> agentStatusDir,
-                                   Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+                                   Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                                   const Orv::Owner* owner) {
     return Orv::validPtr(Orv::make<ConfigSm>(std::move(config), std::move(status),
                                              std::move(agentDir), std::move(agentStatusDir),
-                                             std::move(agentStatusLocal)));
+                                             std::move(agentStatusLocal), owner));
 }
 
 const Orv::TypeInfo& ConfigSm::type() {
@@ -243,12 +248,15 @@ const Orv::TypeInfo& ConfigSm::type() {
             .scalar("agentStatusLocal", &ConfigSm::agentStatusLocal_)
             .detail()
             .scalar("initialized", &ConfigSm::initialized_)
-            .children("agentStatusSm",
-                      [](const ConfigSm& c) -> const auto& { return c.agentStatusSm_.map(); })
-            .children("agentConfig",
-                      [](const ConfigSm& c) -> const auto& { return c.agentConfig_.map(); })
-            .children("stageStatus",
-                      [](const ConfigSm& c) -> const auto& { return c.stageStatus_.map(); })
+            .children(
+                "agentStatusSm",
+                [](const ConfigSm& c) -> const auto& { return c.agentStatusSm_.map(); })
+            .children(
+                "agentConfig",
+                [](const ConfigSm& c) -> const auto& { return c.agentConfig_.map(); })
+            .children(
+                "stageStatus",
+                [](const ConfigSm& c) -> const auto& { return c.stageStatus_.map(); })
             .done();
     return info;
 }

@@ -13,27 +13,28 @@
 
 namespace Stage {
 
-// A StageMgr owns one. An agent writes an AgentConfig into the agent directory, with an event for each
-// stage that it takes part in; Status then has a StageStatus for each such stage, whose events,
-// dependencies, criticality and time limit follow the agents' events.
+// A StageMgr owns one. An agent writes an AgentConfig into the agent directory, with an event for
+// each stage that it takes part in; Status then has a StageStatus for each such stage, whose
+// events, dependencies, criticality and time limit follow the agents' events.
 class ORV_API ConfigSm final : public Orv::Reactor {
   public:
     class OrvAgentConfig;
     class OrvStageStatus;
     class OrvEventConfig;
 
-    // agentDir holds AgentConfig entries, agentStatusDir AgentStatus entries, each under its agent's
-    // name.
+    // agentDir holds AgentConfig entries, agentStatusDir AgentStatus entries, each under its
+    // agent's name.
     ConfigSm(Orv::Ptr<const Config> config, Orv::Ptr<Status> status, Orv::Ptr<Orv::Dir> agentDir,
-             Orv::Ptr<const Orv::Dir> agentStatusDir, Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+             Orv::Ptr<const Orv::Dir> agentStatusDir, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+             const Orv::Owner* owner = nullptr);
     ~ConfigSm() override;
 
     auto arguments() const {
         return std::tuple(config_.ptr(), status_.ptr(), agentDir_.ptr(), agentStatusDir_.ptr(),
                           agentStatusLocal_);
     }
-    static constexpr std::array<const char*, 5> argumentNames{
-        "config", "status", "agentDir", "agentStatusDir", "agentStatusLocal"};
+    static constexpr std::array<const char*, 5> argumentNames{"config", "status", "agentDir",
+                                                              "agentStatusDir", "agentStatusLocal"};
 
     const Orv::Ptr<const Config>& config() const { return config_.ptr(); }
     // Watches another configuration instead, and hands its deadline to the watchdog.
@@ -173,9 +174,7 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
     const Orv::Name& stage() const { return stageStatus_->key(); }
 
     // Per stage name: that stage is critical and depends on this one. Members are only ever true.
-    const Orv::OrderedMap<Orv::String, bool>& criticalAncestor() const {
-        return criticalAncestor_;
-    }
+    const Orv::OrderedMap<Orv::String, bool>& criticalAncestor() const { return criticalAncestor_; }
     void criticalAncestorIs(Orv::String stage, bool value);
     void criticalAncestorDel(Orv::String stage);
 
@@ -212,6 +211,7 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
     };
 
     void dismantle() override;
+    bool unwanted() const override { return stageStatus_ && stageStatus_->left(); }
     void criticalUpdate();
 
     ConfigSm* configSm_;
@@ -248,14 +248,18 @@ class ORV_API ConfigSm::OrvEventConfig final : public Orv::Reactor {
         eventConfig_.disconnect();
         stageStatus_ = nullptr;
     }
+    bool unwanted() const override { return stood_ && !stands(); }
+    bool stands() const;
 
     OrvStageStatus* stageStatus_;
+    bool stood_ = false;  // in the stage, when this was made
     Orv::WatchSlot<OrvEvent, EventConfig> eventConfig_;
 };
 
 ORV_API Orv::Ptr<ConfigSm> configSmFactory(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
                                            Orv::Ptr<Orv::Dir> agentDir,
                                            Orv::Ptr<const Orv::Dir> agentStatusDir,
-                                           Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+                                           Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                                           const Orv::Owner* owner = nullptr);
 
 }  // namespace Stage

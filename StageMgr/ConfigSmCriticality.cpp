@@ -10,7 +10,7 @@ using OrvStageStatus = ConfigSm::OrvStageStatus;
 using OrvEventConfig = ConfigSm::OrvEventConfig;
 
 OrvStageStatus::OrvStageStatus(Orv::Ptr<StageStatus> stageStatus, ConfigSm* configSm)
-    : configSm_(configSm) {
+    : Reactor(configSm), configSm_(configSm) {
     stageStatus_.is(*this, std::move(stageStatus));
     stageStatus_.activeIs(false);
     handleEvent();
@@ -27,9 +27,8 @@ void OrvStageStatus::eventConfigIs(Orv::Ptr<EventConfig> eventConfig) {
     if (!eventConfig)
         throw Orv::NullParameterError("_eventConfig",
                                       "Stage::ConfigSm::OrvStageStatus::eventConfig");
-    eventConfig_.keepOrReplace(*this, eventConfig->agent(), eventConfig.get(), [&] {
-        return Orv::make<OrvEventConfig>(eventConfig, this);
-    });
+    eventConfig_.keepOrReplace(*this, eventConfig->agent(), eventConfig.get(),
+                               [&] { return Orv::make<OrvEventConfig>(eventConfig, this); });
 }
 
 void OrvStageStatus::handleEvent(Orv::String agent) {
@@ -71,7 +70,8 @@ void OrvStageStatus::handleEventDel(Orv::String agent) {
 
 void OrvStageStatus::handleDependency(Orv::String dependency) {
     TRACE(8, " for stage ", stage(), " (dependency:", dependency, ")");
-    if (retired() || !configSm_->status()->stage().contains(dependency)) return;
+    if (retired() || !configSm_->status() || !configSm_->status()->stage().contains(dependency))
+        return;
     const Orv::Ptr<OrvStageStatus> other{configSm_->stageStatus(dependency)};
     if (!other) return;
     TRACE(9, "  Adjusting criticalAncestor for ", dependency);
@@ -113,8 +113,8 @@ void OrvStageStatus::handleCritical() {
     configSm_->spreadCriticality(Orv::Ptr<OrvStageStatus>(this));
 }
 
-// What the stage itself is from now on. A critical ancestor decides without a look at the events, on
-// purpose: two critical stages that depend on each other keep each other critical.
+// What the stage itself is from now on. A critical ancestor decides without a look at the events,
+// on purpose: two critical stages that depend on each other keep each other critical.
 void OrvStageStatus::criticalUpdate() {
     TRACE(8, " for stage ", stage(), " critical=", stageStatus_->critical());
     bool critical = !criticalAncestor_.empty();
@@ -144,13 +144,14 @@ void OrvStageStatus::criticalAncestorIs(Orv::String ancestor, bool value) {
 }
 
 void OrvStageStatus::criticalAncestorDel(Orv::String ancestor) {
-    if (criticalAncestor_.del(ancestor)) handleCritical(ancestor);  // the other end of the spreading
+    if (criticalAncestor_.del(ancestor))
+        handleCritical(ancestor);  // the other end of the spreading
 }
 
 // Depth first: a stage settles its own criticality, then tells each stage that it depends on, and
-// what that sets off comes before the next. The way is kept here rather than on the call stack, since
-// it may be as long as the longest chain of dependencies. Every step tells all, also when its own
-// criticality has not changed; a stage that is told what it knows already ends the way.
+// what that sets off comes before the next. The way is kept here rather than on the call stack,
+// since it may be as long as the longest chain of dependencies. Every step tells all, also when its
+// own criticality has not changed; a stage that is told what it knows already ends the way.
 void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
     // Whether the loop below got here by telling a stage: then it goes on with this one.
     const bool told = std::exchange(tellingStage_, false);
@@ -184,9 +185,10 @@ void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
 }
 
 OrvEventConfig::OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, OrvStageStatus* stageStatus)
-    : stageStatus_(stageStatus) {
+    : Reactor(stageStatus), stageStatus_(stageStatus) {
     eventConfig_.is(*this, std::move(eventConfig));
     eventConfig_.activeIs(false);
+    stood_ = stands();
     handleDependency();
     handleTimeout();
     handleCritical();
@@ -199,7 +201,7 @@ void OrvEventConfig::handleDependency() {
 
 void OrvEventConfig::handleDependency(Orv::String stage) {
     TRACE(8, "(dependency:", stage, ")");
-    if (retired() || stageStatus_->retired()) return;
+    if (retired()) return;
     const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
     const bool held = reactor->stageStatus()->dependency(stage);
     if (eventConfig_->dependency(stage) && !held)
@@ -210,9 +212,13 @@ void OrvEventConfig::handleDependency(Orv::String stage) {
 
 void OrvEventConfig::handleCritical() {
     TRACE(8, " critical=", eventConfig_->critical());
-    if (retired() || stageStatus_->retired()) return;
+    if (retired()) return;
     const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
     reactor->handleCritical();
+}
+
+bool OrvEventConfig::stands() const {
+    return stageStatus_->stageStatus()->event(eventConfig_->agent()) == eventConfig_.get();
 }
 
 const Orv::TypeInfo& OrvStageStatus::type() {
@@ -220,12 +226,12 @@ const Orv::TypeInfo& OrvStageStatus::type() {
         Orv::TypeBuilder<OrvStageStatus>("Stage::ConfigSm::OrvStageStatus")
             .scalar("stageStatus", &OrvStageStatus::stageStatus)
             .detail()
-            .collection("criticalAncestor",
-                        [](const OrvStageStatus& s) -> const auto& {
-                            return s.criticalAncestor_;
-                        })
-            .children("eventConfig",
-                      [](const OrvStageStatus& s) -> const auto& { return s.eventConfig_.map(); })
+            .collection(
+                "criticalAncestor",
+                [](const OrvStageStatus& s) -> const auto& { return s.criticalAncestor_; })
+            .children(
+                "eventConfig",
+                [](const OrvStageStatus& s) -> const auto& { return s.eventConfig_.map(); })
             .done();
     return info;
 }

@@ -28,7 +28,8 @@ float narrowed(double seconds) {
 // As a stream writes a double: six significant digits, no trailing zeros.
 Orv::String decimalText(double seconds) {
     char text[32];
-    const auto end = std::to_chars(text, text + sizeof text, seconds, std::chars_format::general, 6);
+    const auto end =
+        std::to_chars(text, text + sizeof text, seconds, std::chars_format::general, 6);
     return std::string_view(text, static_cast<std::size_t>(end.ptr - text));
 }
 
@@ -36,7 +37,7 @@ Orv::String decimalText(double seconds) {
 
 void ConfigSm::OrvEventConfig::handleTimeout() {
     TRACE(8, " ", eventConfig_->agent(), " timeout=", eventConfig_->timeout());
-    if (retired() || stageStatus_->retired()) return;
+    if (retired()) return;
     const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
     reactor->handleTimeout();
 }
@@ -60,11 +61,11 @@ void ConfigSm::notifierIs(Orv::Ptr<const Config> config) {
 }
 
 void ConfigSm::handleGlobalStageCompletionTimeout() {
-    if (retired() || config_->stageClass() != "switchover") return;
+    if (retired() || !config_ || config_->stageClass() != "switchover") return;
     const double deadline = config_->globalStageCompletionTimeout();
     TRACE(8, "config halbe watchdog to ", deadline);
-    const Orv::Ptr<Halbe::HalbeInfo> watchdog = Orv::validPtr(
-        Orv::activityManager().environment().halbeInfo("StageMgrConfigSm", 1, false));
+    const Orv::Ptr<Halbe::HalbeInfo> watchdog =
+        Orv::validPtr(Orv::activityManager().environment().halbeInfo("StageMgrConfigSm", 1, false));
     watchdog->watchdogTimeoutIs(decimalText(deadline));
 }
 

@@ -11,8 +11,10 @@ InstanceStatusSm::InstanceStatusSm(
     Orv::Ptr<Status> status, Orv::Ptr<CompletionStatus> completionStatus,
     Orv::Ptr<Progress> progress, Orv::Ptr<Log> log,
     Orv::Ptr<const StageGlobalConfig> stageGlobalConfig, Orv::Ptr<FatalError> fatalErrorRequest,
-    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal)
-    : config_(std::move(config)),
+    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+    const Orv::Owner* owner)
+    : Reactor(owner),
+      config_(std::move(config)),
       enabledConfig_(std::move(enabledConfig)),
       status_(std::move(status)),
       completionStatus_(std::move(completionStatus)),
@@ -110,12 +112,13 @@ Orv::Ptr<InstanceStatusSm> instanceStatusSmFactory(
     Orv::Ptr<Status> status, Orv::Ptr<CompletionStatus> completionStatus,
     Orv::Ptr<Progress> progress, Orv::Ptr<Log> log,
     Orv::Ptr<const StageGlobalConfig> stageGlobalConfig, Orv::Ptr<FatalError> fatalErrorRequest,
-    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+    const Orv::Owner* owner) {
     return Orv::validPtr(Orv::make<InstanceStatusSm>(
-        std::move(config), std::move(enabledConfig), std::move(status),
-        std::move(completionStatus), std::move(progress), std::move(log),
-        std::move(stageGlobalConfig), std::move(fatalErrorRequest), std::move(instanceStatus),
-        std::move(agentStatusLocal)));
+        std::move(config), std::move(enabledConfig), std::move(status), std::move(completionStatus),
+        std::move(progress), std::move(log), std::move(stageGlobalConfig),
+        std::move(fatalErrorRequest), std::move(instanceStatus), std::move(agentStatusLocal),
+        owner));
 }
 
 const Orv::TypeInfo& InstanceStatusSm::type() {
@@ -145,12 +148,12 @@ const Orv::TypeInfo& InstanceStatusSm::type() {
             .child("logSm", &InstanceStatusSm::logSm)
             .detail()
             .scalar("initialized", &InstanceStatusSm::initialized_)
-            .children("stageEnableSm",
-                      [](const InstanceStatusSm& i) -> const auto& {
-                          return i.stageEnableSm_.map();
-                      })
-            .children("stageSm",
-                      [](const InstanceStatusSm& i) -> const auto& { return i.stageSm_.map(); })
+            .children(
+                "stageEnableSm",
+                [](const InstanceStatusSm& i) -> const auto& { return i.stageEnableSm_.map(); })
+            .children(
+                "stageSm",
+                [](const InstanceStatusSm& i) -> const auto& { return i.stageSm_.map(); })
             .scalar("needRecalculateNextStage", &InstanceStatusSm::needRecalculateNextStage_)
             .scalar("recalculateNextStage", &InstanceStatusSm::recalculateNextStage)
             .scalar("globalStageClock", &InstanceStatusSm::globalStageClock)

@@ -22,8 +22,8 @@ namespace Stage {
 // StatusSm owns one per enabled instance, under the instance's name. A stage of the instance has a
 // StageEnableSm until it starts and a StageSm from then on.
 //
-// Requests for a decision come from many places and are collapsed: doNextStage() arms a timer for the
-// present time, and handleNextStage() runs once for all of them.
+// Requests for a decision come from many places and are collapsed: doNextStage() arms a timer for
+// the present time, and handleNextStage() runs once for all of them.
 class ORV_API InstanceStatusSm final : public Orv::Reactor {
   public:
     InstanceStatusSm(Orv::Ptr<const Config> config, Orv::Ptr<const EnabledConfig> enabledConfig,
@@ -32,16 +32,24 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
                      Orv::Ptr<const StageGlobalConfig> stageGlobalConfig,
                      Orv::Ptr<FatalError> fatalErrorRequest,
                      Orv::Ptr<InstanceStatus> instanceStatus,
-                     Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+                     Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+                     const Orv::Owner* owner = nullptr);
 
     auto arguments() const {
         return std::tuple(config_, enabledConfig_, status_, completionStatus_, progress_, log_,
                           stageGlobalConfig_.ptr(), fatalErrorRequest_, instanceStatus_.ptr(),
                           agentStatusLocal_);
     }
-    static constexpr std::array<const char*, 10> argumentNames{
-        "config", "enabledConfig",     "status",            "completionStatus", "progress",
-        "log",    "stageGlobalConfig", "fatalErrorRequest", "instanceStatus",   "agentStatusLocal"};
+    static constexpr std::array<const char*, 10> argumentNames{"config",
+                                                               "enabledConfig",
+                                                               "status",
+                                                               "completionStatus",
+                                                               "progress",
+                                                               "log",
+                                                               "stageGlobalConfig",
+                                                               "fatalErrorRequest",
+                                                               "instanceStatus",
+                                                               "agentStatusLocal"};
 
     // The name of its status; empty while it has none.
     Orv::Name instanceName() const {
@@ -77,8 +85,7 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
     Orv::Ptr<StageEnableSm> stageEnableSmIs(Orv::Ptr<const StageStatus> stage);
     void stageEnableSmDel(Orv::Name stage) { stageEnableSm_.del(stage); }
     Orv::Ptr<StageSm> stageSmIs(Orv::Ptr<const StageStatus> stage, Orv::String instanceName,
-                                Orv::Ptr<LogSm> logSm,
-                                Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+                                Orv::Ptr<LogSm> logSm, Orv::Ptr<AgentStatusLocal> agentStatusLocal);
     void stageSmDel(Orv::Name stage) { stageSm_.del(stage); }
 
     // Asks for a pass, unless the instance is disabled or suspended.
@@ -126,6 +133,7 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
     };
 
     void dismantle() override;
+    bool unwanted() const override { return instanceStatus_ && instanceStatus_->left(); }
     void startProgression();
     bool someCriticalStageHasNotStarted() const;
     bool dependenciesComplete(const StageStatus& stage) const;
@@ -158,6 +166,7 @@ ORV_API Orv::Ptr<InstanceStatusSm> instanceStatusSmFactory(
     Orv::Ptr<Status> status, Orv::Ptr<CompletionStatus> completionStatus,
     Orv::Ptr<Progress> progress, Orv::Ptr<Log> log,
     Orv::Ptr<const StageGlobalConfig> stageGlobalConfig, Orv::Ptr<FatalError> fatalErrorRequest,
-    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+    Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+    const Orv::Owner* owner = nullptr);
 
 }  // namespace Stage

@@ -138,7 +138,7 @@ void InstanceStatusSm::completeInstance() {
 
 void InstanceStatusSm::handleActiveStage() {
     if (!initialized_) {
-        TRACE(8, "Not initialized.  Return from", "handleActiveStage");
+        TRACE(8, "Not initialized.  Return from", __PRETTY_FUNCTION__);
         return;
     }
     TRACE(8, " instanceName ", instanceName());
@@ -149,7 +149,8 @@ void InstanceStatusSm::handleActiveStage() {
 
 void InstanceStatusSm::handleActiveStage(Orv::Name name) {
     if (!initialized_) {
-        TRACE(8, "Not initialized.", " instanceName ", instanceName(), " Return from");
+        TRACE(8, "Not initialized.", " instanceName ", instanceName(), " Return from",
+              __PRETTY_FUNCTION__);
         return;
     }
     TRACE(8, " for stage ", name);

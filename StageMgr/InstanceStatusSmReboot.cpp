@@ -22,14 +22,13 @@ std::uint32_t wholeSeconds(double seconds) {
 }  // namespace
 
 bool InstanceStatusSm::rebootRequested() const {
-    return fatalErrorRequest_ &&
-           fatalErrorRequest_->requestReboot() != FatalError::ResetMode::none;
+    return fatalErrorRequest_ && fatalErrorRequest_->requestReboot() != FatalError::ResetMode::none;
 }
 
 void InstanceStatusSm::handleGlobalStageClock() {
     TRACE(8);
     if (!initialized_) {
-        TRACE(8, "Not initialized.  Return from ", "handleGlobalStageClock");
+        TRACE(8, "Not initialized.  Return from ", __PRETTY_FUNCTION__);
         return;
     }
     if (completionStatus_ && completionStatus_->complete()) {
@@ -41,8 +40,8 @@ void InstanceStatusSm::handleGlobalStageClock() {
         wholeSeconds(config_ ? config_->globalStageCompletionTimeout() : 0.0);
     globalStageCompletionTimeout.log(limit);
     if (retired()) return;
-    requestReboot(Orv::concat({"Global stage progression timed out after ",
-                               std::to_string(limit), " secs"}));
+    requestReboot(
+        Orv::concat({"Global stage progression timed out after ", std::to_string(limit), " secs"}));
 }
 
 void InstanceStatusSm::handleDoNotStartStage() {
@@ -55,14 +54,14 @@ void InstanceStatusSm::handleDoNotStartStage(StageInfo stage) {
     TRACE(8, " stageClass: ", stage.stageClass, " stage: ", stage.stage, " instanceName ",
           instanceName());
     if (!initialized_) {
-        TRACE(8, "Not initialized.  Return from ", "handleDoNotStartStage ", instanceName());
+        TRACE(8, "Not initialized.  Return from ", __PRETTY_FUNCTION__, " ", instanceName());
         return;
     }
     // The list is the system's: every instance of every class sees every change of it.
     const Orv::String stageClass = config_ ? config_->stageClass() : Orv::String();
     if (stage.stageClass != stageClass) {
-        TRACE(8, " stageClass: ", stage.stageClass, " does not match config stageClass: ",
-              stageClass, " instanceName ", instanceName());
+        TRACE(8, " stageClass: ", stage.stageClass,
+              " does not match config stageClass: ", stageClass, " instanceName ", instanceName());
         return;
     }
     if (instanceStatus_ && instanceStatus_->activeStage().contains(stage.stage)) {
@@ -95,8 +94,7 @@ void InstanceStatusSm::requestReboot(Orv::String reason) {
     request->reloadCauseDescIs(description);
     if (retired()) return;
     request->requestRebootIs(mode);
-    TRACE(0, "requestReboot=", mode, ", rebootReason=", reason,
-          ", reloadCauseDesc=", description);
+    TRACE(0, "requestReboot=", mode, ", rebootReason=", reason, ", reloadCauseDesc=", description);
 }
 
 }  // namespace Stage

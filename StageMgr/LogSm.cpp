@@ -9,7 +9,8 @@ void LogSm::logIs(Orv::String message) {
     TRACE(8, " instanceName ", instanceName_, ": ", message);
     if (retired() || !log_) return;
     const Orv::Ptr<InstanceLog> instanceLog = log_->instanceLogIs(instanceName_);
-    if (retired()) return;
+    // Whoever is told of the new log may disable the instance, and the log is gone again.
+    if (retired() || instanceLog->left()) return;
     instanceLog->logEnq({Orv::System::currentTime(), std::move(message)});
 }
 

@@ -14,16 +14,12 @@ const Orv::LogHandle stageSlow{
     0};
 
 const Orv::LogHandle stageCompleteAfterTimeout{
-    "STAGEMGR_STAGE_COMPLETE_AFTER_TIMEOUT",
-    4,
+    "STAGEMGR_STAGE_COMPLETE_AFTER_TIMEOUT", 4,
     "%s resumed after stage %s completed after timeout.",
     // Two blanks between the sentences, on purpose: the text is catalogued so.
     "A stage that had been taking longer than expected to complete has now completed.  Stages that "
     "depend on this completion are able to proceed.",
-    Orv::NoActionRequired,
-    0.0,
-    1.0,
-    0};
+    Orv::NoActionRequired, 0.0, 1.0, 0};
 
 const Orv::LogHandle globalStageCompletionTimeout{
     "STAGEMGR_GLOBAL_STAGE_COMPLETION_TIMEOUT",

@@ -6,7 +6,7 @@
 namespace Stage {
 
 StageEnableSm::StageEnableSm(Orv::Ptr<const StageStatus> stage, InstanceStatusSm* mainSm)
-    : mainSm_(mainSm) {
+    : Reactor(mainSm), mainSm_(mainSm) {
     stage_.is(*this, std::move(stage));
     stage_.activeIs(false);
 }
@@ -33,11 +33,10 @@ void StageEnableSm::handleDependencyDel(Orv::String name) {
 }
 
 const Orv::TypeInfo& StageEnableSm::type() {
-    static const Orv::TypeInfo info =
-        Orv::TypeBuilder<StageEnableSm>("Stage::StageEnableSm")
-            .scalar("stage", &StageEnableSm::stage)
-            .detail()
-            .done();
+    static const Orv::TypeInfo info = Orv::TypeBuilder<StageEnableSm>("Stage::StageEnableSm")
+                                          .scalar("stage", &StageEnableSm::stage)
+                                          .detail()
+                                          .done();
     return info;
 }
 

@@ -9,8 +9,8 @@ namespace Stage {
 
 class InstanceStatusSm;
 
-// An InstanceStatusSm owns one per stage that has not started; a StageSm takes its place. It asks for
-// a pass when a change of the stage may let it, or another, start.
+// An InstanceStatusSm owns one per stage that has not started; a StageSm takes its place. It asks
+// for a pass when a change of the stage may let it, or another, start.
 class ORV_API StageEnableSm final : public Orv::Reactor {
   public:
     StageEnableSm(Orv::Ptr<const StageStatus> stage, InstanceStatusSm* mainSm);

@@ -29,28 +29,29 @@ Orv::Ptr<ConfigSm> StageMgr::configSmIs(Orv::Ptr<const Config> config, Orv::Ptr<
                                         Orv::Ptr<Orv::Dir> agentDir,
                                         Orv::Ptr<const Orv::Dir> agentStatusDir,
                                         Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
-    return configSm_.is(*this,
-                        std::tuple(config, status, agentDir, agentStatusDir, agentStatusLocal), [&] {
-                            return configSmFactory(config, status, agentDir, agentStatusDir,
-                                                   agentStatusLocal);
-                        });
+    return configSm_.is(
+        *this, std::tuple(config, status, agentDir, agentStatusDir, agentStatusLocal), [&] {
+            return configSmFactory(config, status, agentDir, agentStatusDir, agentStatusLocal,
+                                   this);
+        });
 }
 
-Orv::Ptr<StatusSm> StageMgr::statusSmIs(
-    Orv::Ptr<const Config> config, Orv::Ptr<const EnabledConfig> enabledConfig,
-    Orv::Ptr<Status> status, Orv::Ptr<CompletionStatusDir> completionStatusDir,
-    Orv::Ptr<ProgressDir> progressDir, Orv::Ptr<Log> log,
-    Orv::Ptr<const StageGlobalConfig> stageGlobalConfig, Orv::Ptr<FatalError> fatalErrorRequest,
-    Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
-    return statusSm_.is(
-        *this,
-        std::tuple(config, enabledConfig, status, completionStatusDir, progressDir, log,
-                   stageGlobalConfig, fatalErrorRequest, agentStatusLocal),
-        [&] {
-            return Orv::validPtr(Orv::make<StatusSm>(
-                config, enabledConfig, status, completionStatusDir, progressDir, log,
-                stageGlobalConfig, fatalErrorRequest, agentStatusLocal));
-        });
+Orv::Ptr<StatusSm> StageMgr::statusSmIs(Orv::Ptr<const Config> config,
+                                        Orv::Ptr<const EnabledConfig> enabledConfig,
+                                        Orv::Ptr<Status> status,
+                                        Orv::Ptr<CompletionStatusDir> completionStatusDir,
+                                        Orv::Ptr<ProgressDir> progressDir, Orv::Ptr<Log> log,
+                                        Orv::Ptr<const StageGlobalConfig> stageGlobalConfig,
+                                        Orv::Ptr<FatalError> fatalErrorRequest,
+                                        Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
+    return statusSm_.is(*this,
+                        std::tuple(config, enabledConfig, status, completionStatusDir, progressDir,
+                                   log, stageGlobalConfig, fatalErrorRequest, agentStatusLocal),
+                        [&] {
+                            return Orv::validPtr(Orv::make<StatusSm>(
+                                config, enabledConfig, status, completionStatusDir, progressDir,
+                                log, stageGlobalConfig, fatalErrorRequest, agentStatusLocal, this));
+                        });
 }
 
 void StageMgr::agentStatusLocalIs() {

@@ -11,7 +11,7 @@ namespace Stage {
 
 // An entity that is named after its class. It owns the class's configuration side and status side,
 // and the record of completions that both share; that exists before either.
-class ORV_API StageMgr final : public Orv::Notifier<StageMgr> {
+class ORV_API StageMgr final : public Orv::Notifier<StageMgr>, public Orv::Owner {
   public:
     class ORV_API NotifieeConst : public Orv::NotifieeOf<StageMgr> {};
 
@@ -48,8 +48,9 @@ class ORV_API StageMgr final : public Orv::Notifier<StageMgr> {
     void handleInitialized();
 
     // As a reactor's: see Orv::Reactor.
-    bool retired() const { return retired_; }
+    bool retired() const override { return retired_; }
     void retire();
+    void kept() {}
     void notificationActiveIs(bool /*active*/) {}
 
     static const Orv::TypeInfo& type();

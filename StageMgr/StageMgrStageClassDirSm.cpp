@@ -117,7 +117,8 @@ void StageMgrStageClassDirSm::handleStageClass(Orv::Name stageClass) {
 }
 
 // Runs inside the watcher's own construction when everything is there already; the watcher is then
-// stored after its manager was made, and stays, on purpose: publishing the class again tells nobody.
+// stored after its manager was made, and stays, on purpose: publishing the class again tells
+// nobody.
 void StageMgrStageClassDirSm::handleStageSubPath(Orv::Name stageClass) {
     TRACE(6, " StageClass: ", stageClass);
     if (!initialized_ || retired()) return;
@@ -172,8 +173,7 @@ Orv::Ptr<StageMgrStageClassDirSm> stageMgrStageClassDirSmFactory(
 const Orv::TypeInfo& StageMgrStageClassDirSm::type() {
     static const Orv::TypeInfo info =
         Orv::TypeBuilder<StageMgrStageClassDirSm>("Stage::StageMgrStageClassDirSm")
-            .scalar("stageDir",
-                    [](const StageMgrStageClassDirSm& s) { return s.stageDir_.ptr(); })
+            .scalar("stageDir", [](const StageMgrStageClassDirSm& s) { return s.stageDir_.ptr(); })
             .detail()
             .scalar("stageInputDir",
                     [](const StageMgrStageClassDirSm& s) { return s.stageInputDir_.ptr(); })
@@ -190,14 +190,13 @@ const Orv::TypeInfo& StageMgrStageClassDirSm::type() {
             .detail()
             .scalar("initialized", &StageMgrStageClassDirSm::initialized_)
             .child("availableStageSubPath", &StageMgrStageClassDirSm::availableStageSubPath)
-            .children("stageSubPathSm",
-                      [](const StageMgrStageClassDirSm& s) -> const auto& {
-                          return s.stageSubPathSm_.map();
-                      })
-            .children("stageMgr",
-                      [](const StageMgrStageClassDirSm& s) -> const auto& {
-                          return s.stageMgr_.map();
-                      })
+            .children(
+                "stageSubPathSm", [](const StageMgrStageClassDirSm& s) -> const auto& {
+                    return s.stageSubPathSm_.map();
+                })
+            .children(
+                "stageMgr",
+                [](const StageMgrStageClassDirSm& s) -> const auto& { return s.stageMgr_.map(); })
             .done();
     return info;
 }

@@ -1,7 +1,7 @@
 // The top of the stage manager: finds the stage classes, and makes a StageMgr for each.
 //
-// This is what a host starts with: it makes the six arguments of stageMgrStageClassDirSmFactory, calls
-// it once, and keeps the pointer for as long as stages are to progress.
+// This is what a host starts with: it makes the six arguments of stageMgrStageClassDirSmFactory,
+// calls it once, and keeps the pointer for as long as stages are to progress.
 #pragma once
 
 #include "StageMgr/AvailableStageSubPaths.h"

@@ -8,10 +8,12 @@
 
 namespace Stage {
 
-StageSm::StageSm(Orv::Ptr<const StageStatus> stage, Orv::String instanceName,
-                 Orv::Ptr<LogSm> logSm, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
-                 InstanceStatusSm* mainSm)
-    : instanceName_(std::move(instanceName)), logSm_(std::move(logSm)), mainSm_(mainSm) {
+StageSm::StageSm(Orv::Ptr<const StageStatus> stage, Orv::String instanceName, Orv::Ptr<LogSm> logSm,
+                 Orv::Ptr<AgentStatusLocal> agentStatusLocal, InstanceStatusSm* mainSm)
+    : Reactor(mainSm),
+      instanceName_(std::move(instanceName)),
+      logSm_(std::move(logSm)),
+      mainSm_(mainSm) {
     stage_.is(*this, std::move(stage));
     stage_.activeIs(false);
     agentStatusLocal_.is(*this, std::move(agentStatusLocal));
@@ -80,10 +82,11 @@ void StageSm::eventIs(Orv::String agent, Orv::Ptr<EventConfig> event) {
 }
 
 StageSm::OrvEvent::OrvEvent(Orv::Ptr<EventConfig> eventConfig, Orv::String key, StageSm* stageSm)
-    : key_(std::move(key)), stageSm_(stageSm) {
+    : Reactor(stageSm), key_(std::move(key)), stageSm_(stageSm) {
     if (!eventConfig) return;
     eventConfig_.is(*this, std::move(eventConfig));
     eventConfig_.activeIs(false);
+    stood_ = stands();
     handleComplete();
 }
 
@@ -95,14 +98,19 @@ void StageSm::OrvEvent::handleComplete() {
 
 void StageSm::OrvEvent::handleComplete(Orv::String instance) {
     TRACE(8, " event ", eventConfig_->name(), " instanceName ", instance);
-    if (stageSm_ == nullptr || instance != stageSm_->instanceName()) return;
+    if (retired() || instance != stageSm_->instanceName()) return;
     const Orv::Ptr<EventConfig> event = eventConfig();
     if (!event->complete(instance)) {
         handleEventStart(*stageSm_, event);
     } else if (stageSm_->agentStatusLocal()) {
-        // By way of the class's record, as every completion: the stage retires the event from there.
+        // By way of the class's record, as every completion: the stage retires the event from
+        // there.
         stageSm_->agentStatusLocal()->completeIs({event->agent(), event->stage(), instance}, true);
     }
+}
+
+bool StageSm::OrvEvent::stands() const {
+    return stageSm_->stage()->event(key_) == eventConfig_.get();
 }
 
 void handleEventStart(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
@@ -111,8 +119,11 @@ void handleEventStart(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
         TRACE(8, " reboot already in progress, do nothing.");
         return;
     }
+    const auto stands = [&] { return stageSm.stage()->event(event->agent()) == event; };
+    const bool stood = stands();
     stageSm.logIs(Orv::concat({"  event ", event->name(), " started"}));
-    if (stageSm.retired()) return;
+    // Whoever was told of the line may have taken the event out of the stage.
+    if (stageSm.retired() || (stood && !stands())) return;
     stageSm.pendingEventIs(event);
     if (stageSm.retired()) return;
     stageSm.maybeAddAutoCompleteSm(event);
@@ -140,9 +151,8 @@ void StageSm::handleEventDel(Orv::String agent) {
 
 bool StageSm::eventComplete(const EventConfig& event) const {
     const bool fromEvent = event.complete(instanceName_);
-    const bool fromAgent =
-        agentStatusLocal_ &&
-        agentStatusLocal_->complete({event.agent(), event.stage(), instanceName_});
+    const bool fromAgent = agentStatusLocal_ && agentStatusLocal_->complete(
+                                                    {event.agent(), event.stage(), instanceName_});
     TRACE(9, "eventComplete", " resultFromEventConfig: ", fromEvent,
           " resultFromAgentStatusLocal: ", fromAgent);
     return fromEvent || fromAgent;
@@ -159,9 +169,8 @@ Orv::Ptr<AutoCompleteSm> StageSm::autoCompleteSmIs(Orv::Ptr<EventConfig> event,
                                                    Orv::Ptr<AgentStatusLocal> agentStatusLocal) {
     const Orv::String agent = event ? event->agent() : Orv::String();
     return autoCompleteSm_.keepOrRefuse(
-        *this, agent, std::tuple(event, logSm, instanceName, agentStatusLocal), [&] {
-            return Orv::make<AutoCompleteSm>(event, logSm, instanceName, agentStatusLocal);
-        });
+        *this, agent, std::tuple(event, logSm, instanceName, agentStatusLocal),
+        [&] { return Orv::make<AutoCompleteSm>(event, logSm, instanceName, agentStatusLocal); });
 }
 
 void StageSm::pendingEventIs(Orv::Ptr<const EventConfig> event) {
@@ -196,13 +205,15 @@ void StageSm::handlePendingEvent() {
     const Orv::String line = Orv::concat({"stage ", stageName(), " is complete"});
     TRACE(7, line);
     if (timedOut_) {
-        TRACE(0, line, " completed, but had previously timed out, instanceName ", instanceName_);
+        TRACE(0, "stage ", stageName(), " completed, but had previously timed out, instanceName ",
+              instanceName_);
         if (stage_->critical() && mainSm_ != nullptr)
             stageCompleteAfterTimeout.log(mainSm_->application(), stageName());
+        if (retired()) return;
     }
     stageUncompleted_.timeMinIs(Orv::never);
     completionTimeIs(Orv::System::currentTime());
-    completeIs(true);
+    if (!retired()) completeIs(true);
     logIs(line);
     if (mainSm_ != nullptr) mainSm_->doNextStage();
 }
@@ -237,8 +248,7 @@ Orv::Ptr<StageSm> stageSmFactory(Orv::Ptr<const StageStatus> stage, Orv::String 
                                  Orv::Ptr<LogSm> logSm, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
                                  InstanceStatusSm* mainSm) {
     return Orv::validPtr(Orv::make<StageSm>(std::move(stage), std::move(instanceName),
-                                            std::move(logSm), std::move(agentStatusLocal),
-                                            mainSm));
+                                            std::move(logSm), std::move(agentStatusLocal), mainSm));
 }
 
 const Orv::TypeInfo& StageSm::type() {
@@ -256,11 +266,13 @@ const Orv::TypeInfo& StageSm::type() {
             .scalar("complete", &StageSm::complete_)
             .scalar("timedOut", &StageSm::timedOut_)
             .scalar("completionTime", &StageSm::completionTime_)
-            .collection("pendingEvent",
-                        [](const StageSm& s) -> const auto& { return s.pendingEvent_; })
-            .children("event", [](const StageSm& s) -> const auto& { return s.event_.map(); })
-            .children("autoCompleteSm",
-                      [](const StageSm& s) -> const auto& { return s.autoCompleteSm_.map(); })
+            .collection(
+                "pendingEvent", [](const StageSm& s) -> const auto& { return s.pendingEvent_; })
+            .children(
+                "event", [](const StageSm& s) -> const auto& { return s.event_.map(); })
+            .children(
+                "autoCompleteSm",
+                [](const StageSm& s) -> const auto& { return s.autoCompleteSm_.map(); })
             .scalar("stageUncompleted", [](const StageSm& s) { return s.timeMin(); })
             .detail()
             .done();

@@ -13,8 +13,9 @@ namespace Stage {
 
 class InstanceStatusSm;
 
-// An InstanceStatusSm owns one per stage that has started, and keeps it. It knows which of the stage's
-// events are outstanding in its instance, and is complete when none is left or its time is up.
+// An InstanceStatusSm owns one per stage that has started, and keeps it. It knows which of the
+// stage's events are outstanding in its instance, and is complete when none is left or its time is
+// up.
 //
 // Three keys are in use for one event: the agent's name (the stage's events, `event`,
 // `autoCompleteSm`), and the event's own name, "stage:agent" (`pendingEvent`, log lines).
@@ -145,9 +146,12 @@ class ORV_API StageSm final : public Orv::Reactor {
             eventConfig_.disconnect();
             stageSm_ = nullptr;
         }
+        bool unwanted() const override { return stood_ && !stands(); }
+        bool stands() const;
 
         Orv::String key_;
         StageSm* stageSm_;
+        bool stood_ = false;  // in the stage, when this was made
         Orv::WatchSlot<OrvEventConfig, EventConfig> eventConfig_;
     };
 

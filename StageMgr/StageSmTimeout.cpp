@@ -25,14 +25,15 @@ void StageSm::handleStageUncompleted() {
 
     // For every stage whose time is up, on purpose, critical ones that are not complete included.
     logIs(Orv::concat({"stage ", stageName(), " is complete (timeout)"}));
-    if (retired()) return;
+    // Whoever was told of the line may have completed it after all.
+    if (retired() || complete_) return;
 
     if (!stage_->critical() || mainSm_->continueOnTimeout()) {
         logIs(Orv::concat({"stage ", stageName(), " timed out but will continue on"}));
         if (retired()) return;
         completionTimeIs(Orv::System::currentTime());
-        timedOutIs(true);
-        completeIs(true);
+        if (!retired()) timedOutIs(true);
+        if (!retired()) completeIs(true);
         // What is pending stays so; completing it later changes nothing but the log.
         if (mainSm_ != nullptr) mainSm_->doNextStage();
         return;

@@ -35,7 +35,7 @@ void StageSubPathSm::handleStageClassDir() {
 
 void StageSubPathSm::handleStageClassDir(Orv::Name entry) {
     TRACE(6, " Orv::Dir name: ", entry);
-    if (!initialized_ || retired() || !stageClassDir_) return;
+    if (!initialized_ || retired() || !stageClassDir_ || !availableStageSubPath_) return;
     const Orv::Dir& dir = *stageClassDir_.get();
     // Whether "config" holds a Config is not asked here, on purpose: it is when the class is made.
     if (dir.entityPtr<Orv::Dir>("config") && dir.entityPtr<Status>("status") &&

@@ -9,8 +9,9 @@ StatusSm::StatusSm(Orv::Ptr<const Config> config, Orv::Ptr<const EnabledConfig> 
                    Orv::Ptr<ProgressDir> progressDir, Orv::Ptr<Log> log,
                    Orv::Ptr<const StageGlobalConfig> stageGlobalConfig,
                    Orv::Ptr<FatalError> fatalErrorRequest,
-                   Orv::Ptr<AgentStatusLocal> agentStatusLocal)
-    : config_(std::move(config)),
+                   Orv::Ptr<AgentStatusLocal> agentStatusLocal, const Orv::Owner* owner)
+    : Reactor(owner),
+      config_(std::move(config)),
       status_(std::move(status)),
       completionStatusDir_(std::move(completionStatusDir)),
       progressDir_(std::move(progressDir)),
@@ -31,8 +32,7 @@ void StatusSm::dismantle() {
 
 void StatusSm::handleInitialized() {
     TRACE(4);
-    if (enabledConfig_)
-        enabledConfig_->enabled().walk([this](Orv::String name) { handleEnabled(name); });
+    handleEnabledNames();
     // What an earlier run left. The completion records and logs of absent names stay, on purpose.
     status_->instStatus().walk([this](Orv::Name name) {
         if (!isEnabled(name) && !retired()) status_->instStatusDel(name);
@@ -50,15 +50,21 @@ void StatusSm::enabledConfigIs(Orv::Ptr<const EnabledConfig> enabledConfig) {
 
 void StatusSm::handleEnabled() {
     TRACE(4);
-    enabledConfig_->enabled().walk([this](Orv::String name) { handleEnabled(name); });
+    handleEnabledNames();
     instStatusSm_.map().walk([this](Orv::Name name) {
         if (!isEnabled(name)) handleEnabled(name);
     });
 }
 
+void StatusSm::handleEnabledNames() {
+    const Orv::Ptr<const EnabledConfig> enabledConfig = enabledConfig_.ptr();
+    if (enabledConfig)
+        enabledConfig->enabled().walk([this](Orv::String name) { handleEnabled(name); });
+}
+
 void StatusSm::handleEnabled(Orv::String name) {
     TRACE(4, " ", name);
-    if (retired()) return;
+    if (retired() || going_.contains(name)) return;  // it is looked at again when it has gone
     if (isEnabled(name))
         instanceIs(name);
     else
@@ -69,11 +75,11 @@ bool StatusSm::isEnabled(const Orv::String& name) const {
     return enabledConfig_ && enabledConfig_->enabled(name);
 }
 
-// Whoever watches the records may disable the instance again before it is complete; then nothing more
-// is made of it.
+// Whoever watches the records may disable the instance again before it is complete; then nothing
+// more is made of it.
 void StatusSm::instanceIs(const Orv::String& name) {
-    const auto gone = [&] { return retired() || !isEnabled(name); };
     const Orv::Ptr<Progress> progress = progressDir_->progressIs(name);
+    const auto gone = [&] { return retired() || progress->left(); };
     if (gone()) return;
     const Orv::Ptr<CompletionStatus> completionStatus = completionStatusDir_->statusIs(name);
     if (gone()) return;
@@ -86,13 +92,21 @@ void StatusSm::instanceIs(const Orv::String& name) {
 }
 
 void StatusSm::instanceDel(const Orv::String& name) {
+    going_.set(name, true);
     completionStatusDir_->statusDel(name);
     instStatusSmDel(name);
-    status_->instStatusDel(name);
-    TRACE(4, " deleting progress");
-    progressDir_->progressDel(name);
-    TRACE(4, " deleting logs");
-    log_->instanceLogDel(name);
+    if (!retired()) status_->instStatusDel(name);
+    if (!retired()) {
+        TRACE(4, " deleting progress");
+        progressDir_->progressDel(name);
+    }
+    if (!retired()) {
+        TRACE(4, " deleting logs");
+        log_->instanceLogDel(name);
+    }
+    going_.del(name);
+    // Whoever was told of that may have enabled it again.
+    if (isEnabled(name)) handleEnabled(name);
 }
 
 Orv::Ptr<InstanceStatusSm> StatusSm::instStatusSmIs(
@@ -109,7 +123,7 @@ Orv::Ptr<InstanceStatusSm> StatusSm::instStatusSmIs(
         [&] {
             return instanceStatusSmFactory(config, enabledConfig, status, completionStatus,
                                            progress, log, stageGlobalConfig, fatalErrorRequest,
-                                           instanceStatus, agentStatusLocal);
+                                           instanceStatus, agentStatusLocal, this);
         });
 }
 
@@ -135,8 +149,9 @@ const Orv::TypeInfo& StatusSm::type() {
             .scalar("agentStatusLocal", &StatusSm::agentStatusLocal_)
             .detail()
             .scalar("initialized", &StatusSm::initialized_)
-            .children("instStatusSm",
-                      [](const StatusSm& s) -> const auto& { return s.instStatusSm_.map(); })
+            .children(
+                "instStatusSm",
+                [](const StatusSm& s) -> const auto& { return s.instStatusSm_.map(); })
             .done();
     return info;
 }

@@ -17,22 +17,26 @@ class ORV_API StatusSm final : public Orv::Reactor {
              Orv::Ptr<Status> status, Orv::Ptr<CompletionStatusDir> completionStatusDir,
              Orv::Ptr<ProgressDir> progressDir, Orv::Ptr<Log> log,
              Orv::Ptr<const StageGlobalConfig> stageGlobalConfig,
-             Orv::Ptr<FatalError> fatalErrorRequest, Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+             Orv::Ptr<FatalError> fatalErrorRequest, Orv::Ptr<AgentStatusLocal> agentStatusLocal,
+             const Orv::Owner* owner = nullptr);
 
     auto arguments() const {
         return std::tuple(config_, enabledConfig_.ptr(), status_, completionStatusDir_,
                           progressDir_, log_, stageGlobalConfig_, fatalErrorRequest_,
                           agentStatusLocal_);
     }
-    static constexpr std::array<const char*, 9> argumentNames{
-        "config",      "enabledConfig", "status",
-        "completionStatusDir", "progressDir",   "log",
-        "stageGlobalConfig",   "fatalErrorRequest", "agentStatusLocal"};
+    static constexpr std::array<const char*, 9> argumentNames{"config",
+                                                              "enabledConfig",
+                                                              "status",
+                                                              "completionStatusDir",
+                                                              "progressDir",
+                                                              "log",
+                                                              "stageGlobalConfig",
+                                                              "fatalErrorRequest",
+                                                              "agentStatusLocal"};
 
     bool initialized() const { return initialized_; }
-    const Orv::Children<Orv::Name, InstanceStatusSm>& instStatusSm() const {
-        return instStatusSm_;
-    }
+    const Orv::Children<Orv::Name, InstanceStatusSm>& instStatusSm() const { return instStatusSm_; }
 
     // Watches another entity instead; what is there is looked at at once.
     void enabledConfigIs(Orv::Ptr<const EnabledConfig> enabledConfig);
@@ -42,9 +46,8 @@ class ORV_API StatusSm final : public Orv::Reactor {
         Orv::Ptr<const Config> config, Orv::Ptr<const EnabledConfig> enabledConfig,
         Orv::Ptr<Status> status, Orv::Ptr<CompletionStatus> completionStatus,
         Orv::Ptr<Progress> progress, Orv::Ptr<Log> log,
-        Orv::Ptr<const StageGlobalConfig> stageGlobalConfig,
-        Orv::Ptr<FatalError> fatalErrorRequest, Orv::Ptr<InstanceStatus> instanceStatus,
-        Orv::Ptr<AgentStatusLocal> agentStatusLocal);
+        Orv::Ptr<const StageGlobalConfig> stageGlobalConfig, Orv::Ptr<FatalError> fatalErrorRequest,
+        Orv::Ptr<InstanceStatus> instanceStatus, Orv::Ptr<AgentStatusLocal> agentStatusLocal);
     void instStatusSmDel(Orv::Name instance) { instStatusSm_.del(instance); }
 
     void handleInitialized();
@@ -64,6 +67,7 @@ class ORV_API StatusSm final : public Orv::Reactor {
 
     void dismantle() override;
     bool isEnabled(const Orv::String& name) const;
+    void handleEnabledNames();
     void instanceIs(const Orv::String& name);
     void instanceDel(const Orv::String& name);
 
@@ -76,6 +80,7 @@ class ORV_API StatusSm final : public Orv::Reactor {
     Orv::Ptr<FatalError> fatalErrorRequest_;
     Orv::Ptr<AgentStatusLocal> agentStatusLocal_;
     Orv::Children<Orv::Name, InstanceStatusSm> instStatusSm_;
+    Orv::OrderedMap<Orv::Name, bool> going_;  // instances that are being deleted
     bool initialized_ = false;
     Orv::WatchSlot<OrvEnabledConfig, const EnabledConfig> enabledConfig_;
 };

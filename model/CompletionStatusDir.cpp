@@ -10,7 +10,8 @@ const Orv::TypeInfo& CompletionStatusDir::type() {
             })
             .instantiating(
                 "status", [](const CompletionStatusDir& d) -> const auto& { return d.status_; },
-                [](CompletionStatusDir& d, Orv::Name instance) { d.statusIs(instance); }, &CompletionStatusDir::statusDel)
+                [](CompletionStatusDir& d, Orv::Name instance) { d.statusIs(instance); },
+                &CompletionStatusDir::statusDel)
             .done();
     return info;
 }

@@ -21,7 +21,9 @@ class ORV_API CompletionStatusDir final : public Orv::Notifier<CompletionStatusD
 
     // Per instance name.
     const Orv::OrderedMap<Orv::Name, Orv::Ptr<CompletionStatus>>& status() const { return status_; }
-    Orv::Ptr<CompletionStatus> status(const Orv::Name& instance) const { return status_.value(instance); }
+    Orv::Ptr<CompletionStatus> status(const Orv::Name& instance) const {
+        return status_.value(instance);
+    }
     // Returns the one that is there, or makes one.
     Orv::Ptr<CompletionStatus> statusIs(Orv::Name instance) {
         return memberIs(

@@ -24,8 +24,8 @@ class ORV_API Config final : public Orv::Notifier<Config> {
 
     explicit Config(Orv::Name name = {}) : Notifier(std::move(name)) {}
 
-    // The class that this configuration describes. Entries of the do-not-start list that name another
-    // class are not for it; the class "switchover" has a watchdog.
+    // The class that this configuration describes. Entries of the do-not-start list that name
+    // another class are not for it; the class "switchover" has a watchdog.
     const Orv::String& stageClass() const { return stageClass_; }
     void stageClassIs(Orv::String stageClass) {
         if (Orv::assign(stageClass_, std::move(stageClass)))

@@ -9,8 +9,7 @@ const Orv::TypeInfo& EnabledConfig::type() {
                 return Orv::make<EnabledConfig>(name);
             })
             .collection(
-                "enabled",
-                [](const EnabledConfig& e) -> const auto& { return e.enabled_.map(); },
+                "enabled", [](const EnabledConfig& e) -> const auto& { return e.enabled_.map(); },
                 &EnabledConfig::enabledIs, &EnabledConfig::enabledDel)
             .collection(
                 "suspended",

@@ -75,8 +75,7 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
             changed("error", instance, [&](auto& n) { n.onError(instance); });
     }
     void errorDel(Orv::String instance) {
-        if (error_.del(instance))
-            changed("error", instance, [&](auto& n) { n.onError(instance); });
+        if (error_.del(instance)) changed("error", instance, [&](auto& n) { n.onError(instance); });
     }
     void errorDelAll() {
         error().walk([this](Orv::String instance) { errorDel(instance); });
@@ -110,8 +109,8 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
         if (Orv::assign(critical_, critical)) changed("critical", [](auto& n) { n.onCritical(); });
     }
 
-    // Seconds from the event's start until the manager completes it on the agent's behalf; read when
-    // the event starts, and only if that is enabled.
+    // Seconds from the event's start until the manager completes it on the agent's behalf; read
+    // when the event starts, and only if that is enabled.
     double autoCompleteTimeout() const { return autoCompleteTimeout_; }
     void autoCompleteTimeoutIs(double seconds) {
         if (Orv::assign(autoCompleteTimeout_, seconds))

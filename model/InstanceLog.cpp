@@ -3,9 +3,8 @@
 namespace Stage {
 
 const Orv::TypeInfo& InstanceLog::type() {
-    static const Orv::TypeInfo info = Orv::TypeBuilder<InstanceLog>("Stage::InstanceLog")
-                                          .queue("log", &InstanceLog::log)
-                                          .done();
+    static const Orv::TypeInfo info =
+        Orv::TypeBuilder<InstanceLog>("Stage::InstanceLog").queue("log", &InstanceLog::log).done();
     return info;
 }
 

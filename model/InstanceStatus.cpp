@@ -13,7 +13,8 @@ const Orv::TypeInfo& InstanceStatus::type() {
                 [](InstanceStatus& i, Orv::Name name, Orv::Ptr<StageStatus> stage) {
                     if (!stage || stage->key() != name)
                         throw Orv::ReflectionError(
-                            "attribute \"activeStage\": the value must be a stage whose name is the "
+                            "attribute \"activeStage\": the value must be a stage whose name is "
+                            "the "
                             "key");
                     i.activeStageIs(std::move(stage));
                 },

@@ -20,8 +20,12 @@ class ORV_API Log final : public Orv::Notifier<Log> {
     ~Log() override { orphan(instanceLog_); }
 
     // Per instance name.
-    const Orv::OrderedMap<Orv::Name, Orv::Ptr<InstanceLog>>& instanceLog() const { return instanceLog_; }
-    Orv::Ptr<InstanceLog> instanceLog(const Orv::Name& instance) const { return instanceLog_.value(instance); }
+    const Orv::OrderedMap<Orv::Name, Orv::Ptr<InstanceLog>>& instanceLog() const {
+        return instanceLog_;
+    }
+    Orv::Ptr<InstanceLog> instanceLog(const Orv::Name& instance) const {
+        return instanceLog_.value(instance);
+    }
     // Returns the one that is there, or makes one.
     Orv::Ptr<InstanceLog> instanceLogIs(Orv::Name instance) {
         return memberIs(
@@ -29,7 +33,8 @@ class ORV_API Log final : public Orv::Notifier<Log> {
             [&](auto& n) { n.onInstanceLog(instance); });
     }
     void instanceLogDel(Orv::Name instance) {
-        memberDel(instanceLog_, "instanceLog", instance, [&](auto& n) { n.onInstanceLog(instance); });
+        memberDel(instanceLog_, "instanceLog", instance,
+                  [&](auto& n) { n.onInstanceLog(instance); });
     }
     void instanceLogDelAll() {
         instanceLog_.walk([this](Orv::Name instance) { instanceLogDel(instance); });

@@ -13,8 +13,8 @@ struct ORV_API LogEntry {
 
     friend bool operator==(const LogEntry&, const LogEntry&) = default;
 
-    static constexpr auto fields = std::tuple{Orv::Field{"time", &LogEntry::time},
-                                              Orv::Field{"message", &LogEntry::message}};
+    static constexpr auto fields =
+        std::tuple{Orv::Field{"time", &LogEntry::time}, Orv::Field{"message", &LogEntry::message}};
 };
 
 }  // namespace Stage

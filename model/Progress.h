@@ -21,8 +21,7 @@ class ORV_API Progress final : public Orv::Notifier<Progress> {
     const Orv::OrderedMap<Orv::String, bool>& stage() const { return stage_.map(); }
     bool stage(const Orv::String& stage) const { return this->stage().value(stage); }
     void stageIs(Orv::String stage, bool started) {
-        if (stage_.set(stage, started))
-            changed("stage", stage, [&](auto& n) { n.onStage(stage); });
+        if (stage_.set(stage, started)) changed("stage", stage, [&](auto& n) { n.onStage(stage); });
     }
     void stageDel(Orv::String stage) {
         if (stage_.del(stage)) changed("stage", stage, [&](auto& n) { n.onStage(stage); });

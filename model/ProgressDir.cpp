@@ -10,7 +10,8 @@ const Orv::TypeInfo& ProgressDir::type() {
             })
             .instantiating(
                 "progress", [](const ProgressDir& d) -> const auto& { return d.progress_; },
-                [](ProgressDir& d, Orv::Name instance) { d.progressIs(instance); }, &ProgressDir::progressDel)
+                [](ProgressDir& d, Orv::Name instance) { d.progressIs(instance); },
+                &ProgressDir::progressDel)
             .done();
     return info;
 }

@@ -21,7 +21,9 @@ class ORV_API ProgressDir final : public Orv::Notifier<ProgressDir> {
 
     // Per instance name.
     const Orv::OrderedMap<Orv::Name, Orv::Ptr<Progress>>& progress() const { return progress_; }
-    Orv::Ptr<Progress> progress(const Orv::Name& instance) const { return progress_.value(instance); }
+    Orv::Ptr<Progress> progress(const Orv::Name& instance) const {
+        return progress_.value(instance);
+    }
     // Returns the one that is there, or makes one.
     Orv::Ptr<Progress> progressIs(Orv::Name instance) {
         return memberIs(

@@ -12,7 +12,8 @@ const Orv::TypeInfo& StageStatus::type() {
                 [](StageStatus& s, Orv::String agent, Orv::Ptr<EventConfig> event) {
                     if (!event || event->agent() != agent)
                         throw Orv::ReflectionError(
-                            "attribute \"event\": the value must be an event whose agent is the key");
+                            "attribute \"event\": the value must be an event whose agent is the "
+                            "key");
                     s.eventIs(std::move(event));
                 },
                 &StageStatus::eventDel)

@@ -22,7 +22,8 @@ class ORV_API TimeSource {
     TimeSource& operator=(const TimeSource&) = delete;
 
     virtual double now() = 0;
-    // Returns at `time` or earlier; true if now() has reached it. `never` waits for an interruption.
+    // Returns at `time` or earlier; true if now() has reached it. `never` waits for an
+    // interruption.
     virtual bool waitUntil(double time) = 0;
 };
 
@@ -74,8 +75,8 @@ class ORV_API ActivityManager {
     // Takes the time from the source: the start of a turn, before inputs are applied.
     void timeUpdate();
 
-    // Fires what is due now, with what falls due meanwhile, without waiting. Returns how many timers
-    // fired.
+    // Fires what is due now, with what falls due meanwhile, without waiting. Returns how many
+    // timers fired.
     std::size_t settle();
     // Waits for each timer that is due before `time`, and fires it at its own time; then it is
     // `time`, and what is due then has not fired yet. An interruption of the source ends it early:

@@ -15,8 +15,8 @@ namespace Orv {
 // The wake-up time of a timer that is not armed.
 inline constexpr double never = std::numeric_limits<double>::infinity();
 
-// A timer source. Times are absolute seconds of the activity manager's time base. Timers fire in the
-// order of their due time, then of arming; what is not armed costs nothing.
+// A timer source. Times are absolute seconds of the activity manager's time base. Timers fire in
+// the order of their due time, then of arming; what is not armed costs nothing.
 class ORV_API Clock final : public PtrInterface {
   public:
     // One timer, independent of every other on the same clock.
@@ -88,7 +88,8 @@ class ORV_API Clock final : public PtrInterface {
     std::uint64_t armings_ = 0;
 };
 
-// A nested clock notifiee: it forwards onTime to a handler of its reactor, as the last thing it does.
+// A nested clock notifiee: it forwards onTime to a handler of its reactor, as the last thing it
+// does.
 template <class Sm>
 class TimerOf : public Clock::NotifieeConst {
   public:
@@ -101,8 +102,8 @@ class TimerOf : public Clock::NotifieeConst {
     Sm& sm_;
 };
 
-// The slot of a nested clock notifiee: see WatchSlot. A clock reports once, synchronously, when it is
-// set, so timer handlers are guarded by `initialized`.
+// The slot of a nested clock notifiee: see WatchSlot. A clock reports once, synchronously, when it
+// is set, so timer handlers are guarded by `initialized`.
 template <class W>
 class TimerSlot {
   public:

@@ -55,9 +55,11 @@ class ORV_API Entity : public PtrInterface {
 
     // What holds it; null while it stands nowhere. Not counted.
     const PtrInterface* parent() const { return parent_; }
+    // Whether it stood somewhere, and stands nowhere any more.
+    bool left() const { return parent_ == nullptr && !stoodAt_.empty(); }
     // attribute: the parent's attribute that holds it, or null for a directory's entry. single: the
-    // attribute holds this one entity rather than members by name. A null parent takes it out of the
-    // tree; it keeps the path under which it stood.
+    // attribute holds this one entity rather than members by name. A null parent takes it out of
+    // the tree; it keeps the path under which it stood.
     void parentIs(const PtrInterface* parent, const char* attribute = nullptr, bool single = false);
 
     // For example "/input/boot/disk/event/mount"; in a name, '~' reads "~0" and '/' reads "~1".
@@ -79,7 +81,8 @@ class ORV_API Entity : public PtrInterface {
     // are told, then `tell` is called for each notifiee.
     template <class E, class Tell>
     void scalarChanged(const char* attribute, Tell&& tell) {
-        if (TreeObserver::observed()) [[unlikely]] observeScalar(attribute);
+        if (TreeObserver::observed()) [[unlikely]]
+            observeScalar(attribute);
         notify<E>(tell);
     }
     template <class E, class K, class Tell>
@@ -90,7 +93,8 @@ class ORV_API Entity : public PtrInterface {
     }
     template <class E, class Tell>
     void enqueued(const char* attribute, Tell&& tell) {
-        if (TreeObserver::observed()) [[unlikely]] observeEnqueued(attribute);
+        if (TreeObserver::observed()) [[unlikely]]
+            observeEnqueued(attribute);
         notify<E>(tell);
     }
     template <class E, class Tell>
@@ -102,7 +106,6 @@ class ORV_API Entity : public PtrInterface {
     bool leaving() const { return leaving_; }
 
   private:
-
     void observeScalar(const char* attribute) const;
     void observeMember(const char* attribute, const Value& key) const;
     void observeEnqueued(const char* attribute) const;

@@ -15,8 +15,8 @@ namespace Orv {
 
 class LogHandle;
 
-// The default environment writes messages and errors to standard error and printed lines to standard
-// output. Whoever overrides something must not throw, except where it is said.
+// The default environment writes messages and errors to standard error and printed lines to
+// standard output. Whoever overrides something must not throw, except where it is said.
 class ORV_API Environment {
   public:
     Environment() = default;

@@ -50,7 +50,8 @@ class ORV_API ReflectionError final : public Error {
 // input, and so it is compiled into every build.
 ORV_API void assertionFailed(const char* expression);
 inline void assertThat(bool holds, const char* expression) {
-    if (!holds) [[unlikely]] assertionFailed(expression);
+    if (!holds) [[unlikely]]
+        assertionFailed(expression);
 }
 
 }  // namespace Orv

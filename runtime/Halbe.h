@@ -7,8 +7,8 @@
 
 namespace Halbe {
 
-// Setting `watchdogTimeout` configures the watchdog; the record itself is dropped afterwards. A host
-// overrides watchdogTimeoutIs and provides its record through Orv::Environment::halbeInfo.
+// Setting `watchdogTimeout` configures the watchdog; the record itself is dropped afterwards. A
+// host overrides watchdogTimeoutIs and provides its record through Orv::Environment::halbeInfo.
 class ORV_API HalbeInfo : public Orv::PtrInterface {
   public:
     HalbeInfo(Orv::String name, unsigned slot, bool flag)

@@ -31,8 +31,8 @@ class ORV_API LogHandle {
     double second() const { return second_; }
     std::uint8_t flag() const { return flag_; }
 
-    // Raises the message unless the environment's okToLog refuses: each argument is turned into text
-    // and stands for one "%s", in order. Missing arguments read as empty.
+    // Raises the message unless the environment's okToLog refuses: each argument is turned into
+    // text and stands for one "%s", in order. Missing arguments read as empty.
     template <class... Args>
     void log(const Args&... args) const {
         raise({text(args)...});
@@ -45,7 +45,7 @@ class ORV_API LogHandle {
     static String text(const String& s) { return s; }
     static String text(const char* s) { return s; }
     template <class T>
-        requires std::is_integral_v<T>
+    requires std::is_integral_v<T>
     static String text(T number) {
         char digits[24];
         const auto end = std::to_chars(digits, digits + sizeof digits, number).ptr;

@@ -77,7 +77,8 @@ class ORV_API DeliveryScope {
 class Delivery {
   public:
     explicit Delivery(PtrInterface& notifier)
-        : notifier_(notifier),
+        : held_(threadSafePtrs() ? &notifier : nullptr),
+          notifier_(notifier),
           outer_(notifier.deliveries_),
           next_(notifier.firstNotifiee_),
           last_(notifier.lastNotifiee_) {
@@ -110,6 +111,8 @@ class Delivery {
     }
 
     DeliveryScope scope_;  // first, so that it ends after the notifier was used the last time
+    // The scope keeps what this thread lets go of; another thread may let go of the notifier too.
+    const Ptr<PtrInterface> held_;
     PtrInterface& notifier_;
     Delivery* outer_;
     NotifieeBase* next_;  // null when everyone was told

@@ -28,6 +28,10 @@ class OrderedMap {
     };
 
   public:
+    OrderedMap() = default;
+    OrderedMap(const OrderedMap&) = delete;
+    OrderedMap& operator=(const OrderedMap&) = delete;
+
     std::size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     bool contains(const K& key) const { return position(key) != absent; }
@@ -74,9 +78,9 @@ class OrderedMap {
         return true;
     }
 
-    // A walk over the keys present when it starts: each is found if it is present again when its turn
-    // comes, just as if the keys had been copied first and each were looked up before its step.
-    // Members may be added and removed meanwhile, the current one included.
+    // A walk over the keys present when it starts: each is found if it is present again when its
+    // turn comes, just as if the keys had been copied first and each were looked up before its
+    // step. Members may be added and removed meanwhile, the current one included.
     class Walk {
       public:
         explicit Walk(const OrderedMap& map)
@@ -139,9 +143,7 @@ class OrderedMap {
         const Entry* at_;
         const Entry* end_;
     };
-    Iterator begin() const {
-        return {entries_.data(), entries_.data() + entries_.size()};
-    }
+    Iterator begin() const { return {entries_.data(), entries_.data() + entries_.size()}; }
     Iterator end() const {
         const Entry* const last = entries_.data() + entries_.size();
         return {last, last};

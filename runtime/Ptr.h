@@ -120,13 +120,12 @@ class Ptr {
     Ptr(const Ptr& other) : object_(other.object_) { add(); }
     Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(const Ptr<U>& other) : object_(other.get()) {
+    requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& other) : object_(other.get()) {
         add();
     }
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(Ptr<U>&& other) noexcept : object_(other.release()) {}
+    requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
+    noexcept : object_(other.release()) {}
     ~Ptr() {
         if (object_) object_->removeReference();
     }

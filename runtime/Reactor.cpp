@@ -7,6 +7,7 @@ Reactor::~Reactor() = default;
 void Reactor::retire() {
     if (retired_) return;
     retired_ = true;
+    owner_ = nullptr;
     dismantle();
 }
 

@@ -16,31 +16,52 @@
 
 namespace Orv {
 
+// What owns reactors, and may itself be taken out of service while it makes one.
+class ORV_API Owner {
+  public:
+    virtual bool retired() const = 0;
+
+  protected:
+    Owner() = default;
+    ~Owner() = default;
+};
+
 // An object that watches entities and runs handlers when they change.
 //
 // A reactor is retired once: when its owner takes it out of its collection, or when its last
 // reference goes. From then on it watches nothing, owns no children, and writes nothing, also when
-// one of its handlers is still on the stack: a handler asks retired() after every call that may have
-// come back to its owner.
-class ORV_API Reactor : public PtrInterface {
+// one of its handlers is still on the stack: a handler asks retired() after every call that may
+// have come back to its owner.
+class ORV_API Reactor : public PtrInterface, public Owner {
   public:
-    bool retired() const { return retired_; }
+    // While it is being made, its owner cannot take it out: then it counts as retired once its
+    // owner is, or once it is unwanted.
+    bool retired() const final {
+        return retired_ || (!kept_ && ((owner_ != nullptr && owner_->retired()) || unwanted()));
+    }
     void retire();
+    // Its owner has stored it.
+    void kept() { kept_ = true; }
 
     // Whether the callbacks on the entity that is its notifier are delivered. Off until its owner
     // has stored it.
     virtual void notificationActiveIs(bool /*active*/) {}
 
   protected:
-    Reactor() = default;
+    // owner: whoever makes it, or null. Not counted; asked only until the reactor is stored.
+    explicit Reactor(const Owner* owner = nullptr) : owner_(owner) {}
     ~Reactor() override;
 
     // Disconnects every nested notifiee, then retires the children. Writes nothing.
     virtual void dismantle() {}
+    // Whether what it is made for has gone while it is being made.
+    virtual bool unwanted() const { return false; }
 
   private:
     void lastReferenceGone() final { retire(); }
 
+    const Owner* owner_;
+    bool kept_ = false;
     bool retired_ = false;
 };
 
@@ -59,13 +80,15 @@ std::string argumentText(const Ptr<T>& entity) {
 }
 inline std::string argumentText(const String& text) { return text.str(); }
 
-// --- The rules for children -----------------------------------------------------------------------
+// --- The rules for children
+// -----------------------------------------------------------------------
 //
 // A child class C that takes constructor arguments offers
 //     auto arguments() const;                       // a tuple of Ptr, String, ... in order
 //     static constexpr std::array<const char*, N> argumentNames;
 // Fresh children come from a callable. A child is constructed whole, then stored, then switched on:
-// so while it initialises itself, its parent's handlers run without it.
+// so while it initialises itself, its parent's handlers run without it. One that is retired by then
+// is not stored: whatever took its place meanwhile stays.
 
 // A child held in a single pointer attribute: one with equal arguments stays, one that differs is
 // replaced; the old one lives until the new one is built, stored and switched on.
@@ -81,7 +104,8 @@ class SingleChild {
     Ptr<C> is(const Owner& owner, const Arguments& arguments, Make&& makeChild) {
         if (child_ && child_->arguments() == arguments) return child_;
         Ptr<C> fresh = makeChild();
-        if (owner.retired()) return fresh->retire(), fresh;
+        if (owner.retired() || fresh->retired()) return fresh->retire(), fresh;
+        fresh->kept();
         const Ptr<C> old = std::exchange(child_, fresh);
         fresh->notificationActiveIs(true);
         if (old) old->retire();
@@ -116,8 +140,8 @@ class Children {
         if (C* const held = find(key)) return Ptr<C>(held);
         return store(owner, key, makeChild());
     }
-    // For a child with further arguments: one that has equal arguments is returned, one that differs
-    // stays, and NameInUseError names the first argument that differs.
+    // For a child with further arguments: one that has equal arguments is returned, one that
+    // differs stays, and NameInUseError names the first argument that differs.
     template <class Arguments, class Make>
     Ptr<C> keepOrRefuse(const Reactor& owner, const K& key, const Arguments& arguments,
                         Make&& makeChild) {
@@ -146,9 +170,10 @@ class Children {
   private:
     Ptr<C> store(const Reactor& owner, const K& key, Ptr<C> fresh) {
         // What the child's construction set off may have taken its owner away.
-        if (owner.retired()) return fresh->retire(), fresh;
+        if (owner.retired() || fresh->retired()) return fresh->retire(), fresh;
         const Ptr<C> old = map_.value(key);
         map_.set(key, fresh);
+        fresh->kept();
         fresh->notificationActiveIs(true);
         if (old) old->retire();
         return fresh;
@@ -164,7 +189,8 @@ class Children {
                                              argumentText(std::get<I>(held)));
                 }(),
                 ...);
-        }(std::make_index_sequence<std::tuple_size_v<Arguments>>());
+        }
+        (std::make_index_sequence<std::tuple_size_v<Arguments>>());
     }
 
     Map map_;

@@ -68,9 +68,9 @@ class ORV_API String {
     }
     // With other texts, which need not become Strings first.
     template <class Text>
-        requires(std::is_convertible_v<const Text&, std::string_view> &&
-                 !std::is_base_of_v<String, Text>)
-    friend bool operator==(const String& a, const Text& b) {
+    requires(std::is_convertible_v<const Text&, std::string_view> &&
+             !std::is_base_of_v<String, Text>) friend bool
+    operator==(const String& a, const Text& b) {
         return a.view() == std::string_view(b);
     }
     friend ORV_API String operator+(const String& a, const String& b);

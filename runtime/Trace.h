@@ -83,14 +83,13 @@ struct TraceUnit {
 
 // The trace block. The source unit's `traceUnit()`, which must be in scope, says where it goes. The
 // arguments are evaluated only when the handle is on at the level, and must have no side effects.
-#define TRACE(levelOfBlock, ...)                                                                \
-    do {                                                                                        \
-        const Orv::TraceUnit& orvUnit = traceUnit();                                            \
-        if (orvUnit.handle.enabled(levelOfBlock)) [[unlikely]] {                                \
-            static const Orv::TraceSite orvSite{orvUnit.name, __func__, __PRETTY_FUNCTION__,    \
-                                                __LINE__, levelOfBlock};                        \
-            static Pellum::Descriptor orvDescriptor{orvSite.unit, orvSite.handler,              \
-                                                    orvSite.line};                              \
-            orvUnit.handle.trace(orvSite, orvDescriptor __VA_OPT__(, ) __VA_ARGS__);            \
-        }                                                                                       \
+#define TRACE(levelOfBlock, ...)                                                                  \
+    do {                                                                                          \
+        const Orv::TraceUnit& orvUnit = traceUnit();                                              \
+        if (orvUnit.handle.enabled(levelOfBlock)) [[unlikely]] {                                  \
+            static const Orv::TraceSite orvSite{orvUnit.name, __func__, __PRETTY_FUNCTION__,      \
+                                                __LINE__, levelOfBlock};                          \
+            static Pellum::Descriptor orvDescriptor{orvSite.unit, orvSite.handler, orvSite.line}; \
+            orvUnit.handle.trace(orvSite, orvDescriptor __VA_OPT__(, ) __VA_ARGS__);              \
+        }                                                                                         \
     } while (false)

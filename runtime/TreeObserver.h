@@ -17,8 +17,8 @@ class Entity;
 // lives, a change costs one predictable branch. What an observer throws goes to the environment's
 // notification-exception hook. In a call it may end itself, but no other observer.
 //
-// What goes with a directory entry or a member that is removed is not told separately. An entity that
-// has left its tree keeps the path under which it stood.
+// What goes with a directory entry or a member that is removed is not told separately. An entity
+// that has left its tree keeps the path under which it stood.
 class ORV_API TreeObserver {
   public:
     TreeObserver();

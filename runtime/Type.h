@@ -20,8 +20,8 @@ namespace Orv {
 
 class Entity;
 
-// One attribute of a type. Every operation that does not fit the attribute's shape, a key or value of
-// the wrong kind, and every write to a read-only attribute raise ReflectionError.
+// One attribute of a type. Every operation that does not fit the attribute's shape, a key or value
+// of the wrong kind, and every write to a read-only attribute raise ReflectionError.
 class ORV_API Attribute {
   public:
     enum class Shape {
@@ -49,8 +49,8 @@ class ORV_API Attribute {
     bool detail() const { return detail_; }
     // Whether keys are composites rather than strings.
     virtual bool compositeKeys() const { return false; }
-    // A default key, and a default value of the scalar or of the collection's members: what kind they
-    // are of, and which fields a composite has. Absent where there is none.
+    // A default key, and a default value of the scalar or of the collection's members: what kind
+    // they are of, and which fields a composite has. Absent where there is none.
     virtual Value keyKind() const { return {}; }
     virtual Value valueKind() const { return {}; }
 
@@ -123,7 +123,8 @@ class ORV_API TypeRegistry {
     std::vector<const TypeInfo*> types_;
 };
 
-// --- the rows -------------------------------------------------------------------------------------
+// --- the rows
+// -------------------------------------------------------------------------------------
 
 struct ReadOnly {};  // stands for a mutator that does not exist
 
@@ -194,9 +195,7 @@ class KeyedAttribute final : public Attribute {
     }
 
   private:
-    const Map& map(const PtrInterface& object) const {
-        return map_(static_cast<const T&>(object));
-    }
+    const Map& map(const PtrInterface& object) const { return map_(static_cast<const T&>(object)); }
     const Map& (*map_)(const T&);
     Write write_;
     Delete delete_;
@@ -205,8 +204,7 @@ class KeyedAttribute final : public Attribute {
 template <class T, class Read>
 class QueueAttribute final : public Attribute {
   public:
-    QueueAttribute(const char* name, Read reader)
-        : Attribute(name, Shape::queue), read_(reader) {}
+    QueueAttribute(const char* name, Read reader) : Attribute(name, Shape::queue), read_(reader) {}
     std::vector<Value> keys(const PtrInterface& object) const override {
         std::vector<Value> entries;
         for (const auto& entry : std::invoke(read_, static_cast<const T&>(object)))

@@ -66,9 +66,8 @@ struct ValueTraits {  // composites
         std::apply(
             [&](const auto&... field) {
                 (fields.emplace_back(
-                     field.name,
-                     ValueTraits<std::remove_cvref_t<decltype(t.*field.member)>>::of(
-                         t.*field.member)),
+                     field.name, ValueTraits<std::remove_cvref_t<decltype(t.*field.member)>>::of(
+                                     t.*field.member)),
                  ...);
             },
             T::fields);
@@ -83,9 +82,10 @@ struct ValueTraits {  // composites
     }
     static std::string expected() {
         std::string text = "an object of";
+        const char* separator = " ";
         std::apply(
             [&](const auto&... field) {
-                ((text += text.ends_with("of") ? " " : ", ", text += field.name), ...);
+                ((text += separator, text += field.name, separator = ", "), ...);
             },
             T::fields);
         return text;
@@ -139,9 +139,7 @@ template <class E>
 struct ValueTraits<Ptr<E>> {
     using Entity = std::remove_const_t<E>;
     static constexpr bool composite = false;
-    static Value of(const Ptr<E>& p) {
-        return Value::Reference(const_cast<Entity*>(p.get()));
-    }
+    static Value of(const Ptr<E>& p) { return Value::Reference(const_cast<Entity*>(p.get())); }
     static bool read(const Value& value, Ptr<E>& p) {
         if (value.reference() == nullptr) return false;
         Entity* const entity = dynamic_cast<Entity*>(value.reference()->get());
@@ -152,12 +150,13 @@ struct ValueTraits<Ptr<E>> {
     static std::string expected();  // in Type.h, which knows the type's name
 };
 
-// An enumeration goes by name: specialise EnumNames<E> with an array `names` of pairs {value, name}.
+// An enumeration goes by name: specialise EnumNames<E> with an array `names` of pairs {value,
+// name}.
 template <class E>
 struct EnumNames;
 
 template <class E>
-    requires std::is_enum_v<E>
+requires std::is_enum_v<E>
 struct ValueTraits<E> {
     static constexpr bool composite = false;
     static const char* nameOf(E e) {
