@@ -112,6 +112,15 @@ do_run() {
     exec build/release/stagemgr "$@"
 }
 
+# The programs of all compilers and builds give the same bytes; those with g++ and clang++ and the
+# sanitizers are there already.
+determinism() {
+    build clang-release stagemgr || return 1
+    say "comparing what the builds' programs observe"
+    sh tests/host/determinism.sh build/release/stagemgr build/debug/stagemgr build/clang/stagemgr \
+        build/clang-release/stagemgr >&2
+}
+
 # count ATTRIBUTE FILE: a number from the first element of a JUnit report, 0 where there is none.
 count() {
     number=$(sed -n '1,20p' "$2" 2> /dev/null | tr '\n\t' '  ' |
@@ -131,7 +140,11 @@ do_test() {
             ;;
         esac
     done
-    presets=${presets:-release debug clang thread}
+    every=
+    if [ -z "$presets" ]; then
+        every=yes
+        presets='release debug clang thread'
+    fi
     # shellcheck disable=SC2086  # a list of words
     need_to_build $presets
 
@@ -169,6 +182,15 @@ do_test() {
         passed=$((passed + good))
         failed=$((failed + bad))
     done
+
+    if [ -n "$every" ]; then
+        if determinism; then
+            passed=$((passed + 1))
+        else
+            say "the builds differ, which counts as one failure"
+            failed=$((failed + 1))
+        fi
+    fi
 
     echo "$passed passed, $failed failed"
     [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]

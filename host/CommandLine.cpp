@@ -95,7 +95,6 @@ class Program {
         app_.set_version_flag("--version", "stagemgr " STAGEMGR_VERSION);
         app_.require_subcommand(1);
         app_.get_formatter()->label("SUBCOMMAND", "VERB");
-        app_.get_formatter()->label("Subcommands", "Verbs");
         addReplay();
         addHelp();
     }
@@ -123,6 +122,10 @@ class Program {
         std::function<int()> run;
     };
 
+    CLI::App* add(const char* name, const char* description) {
+        return app_.add_subcommand(name, description)->group("Verbs");
+    }
+
     const Verb& named(const std::string& name) const {
         std::vector<std::string> names;
         for (const Verb& verb : verbs_) {
@@ -136,9 +139,9 @@ class Program {
     }
 
     void addReplay() {
-        CLI::App* const command = app_.add_subcommand(
-            "replay",
-            "Run the manager on a journal's inputs, in virtual time, and show what it does");
+        CLI::App* const command =
+            add("replay",
+                "Run the manager on a journal's inputs, in virtual time, and show what it does");
         const auto options = std::make_shared<ReplayOptions>();
         command->add_option("FILE", options->journal, "The journal; - is standard input")
             ->required();
@@ -156,15 +159,18 @@ class Program {
     }
 
     void addHelp() {
-        CLI::App* const command = app_.add_subcommand("help", "Show how the program is used");
+        CLI::App* const command = add("help", "Show how the program is used");
         const auto about = std::make_shared<std::string>();
         command->add_option("VERB", *about, "Show how that verb is used");
-        verbs_.push_back({command, [this, about] {
-                              console_.out
-                                  << (about->empty() ? app_.help()
-                                                     : named(*about).command->help("stagemgr"));
-                              return exitDone;
-                          }});
+        verbs_.push_back({command, [this, about] { return runHelp(*about); }});
+    }
+
+    int runHelp(const std::string& about) const {
+        // The formatter is asked directly: the app would show the help of the verb that was parsed.
+        console_.out << (about.empty() ? app_.get_formatter()->make_help(&app_, "",
+                                                                         CLI::AppFormatMode::Normal)
+                                       : named(about).command->help("stagemgr"));
+        return exitDone;
     }
 
     const Console& console_;

@@ -16,7 +16,7 @@ namespace Host {
 
 namespace {
 
-constexpr std::size_t timeWidth = 10;
+constexpr std::size_t timeWidth = 8;
 constexpr std::size_t narrowest = 24;  // for a text, however little room there is
 
 std::string padded(std::string text, std::size_t width) {
@@ -216,7 +216,7 @@ void HumanView::stage(const StageOutcome& outcome, std::size_t nameWidth) {
         case State::passedOver:
             facts.push_back(
                 fmt::format("timed out at {:.3f}, passed over", outcome.completionTime));
-            if (!pending.empty()) facts.push_back("still no report from " + pending);
+            facts.push_back(pending.empty() ? "reported later" : "still no report from " + pending);
             break;
         case State::running: facts.push_back("running, waiting for " + pending); break;
         case State::overdue:

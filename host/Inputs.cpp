@@ -213,8 +213,9 @@ Orv::Value Inputs::readFields(const Json& json, const Orv::ValueFields& kinds,
     }
     if (json.object()->size() > kinds.size())
         for (const auto& [given, value] : *json.object())
-            if (std::none_of(kinds.begin(), kinds.end(),
-                             [&field = given](const auto& kind) { return kind.first.view() == field; }))
+            if (std::none_of(kinds.begin(), kinds.end(), [&field = given](const auto& kind) {
+                    return kind.first.view() == field;
+                }))
                 refuse("has no field " + inQuotes(given));
     return fields;
 }

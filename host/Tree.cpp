@@ -164,33 +164,34 @@ Object Tree::find(const Names& names) const {
 
 Orv::Ptr<Orv::Entity> Tree::entity(std::string_view path) const {
     const Names names = pathNames(path);
-    return entity(names, names.size());
-}
-
-Orv::Ptr<Orv::Entity> Tree::entity(const Names& names, std::size_t count) const {
     refuseManagers(names);
-    Object object = root_;
-    for (std::size_t at = 0; at < count;) {
-        Object next = step(*object, names, at);
-        if (!next) throw PathError(nothingThere(*object, names, at));
-        object = std::move(next);
+    Orv::Ptr<Orv::Entity> entity = root_;
+    for (std::size_t at = 0; at < names.size();) {
+        const std::size_t here = at;
+        const Object next = step(*entity, names, at);
+        auto* const below = dynamic_cast<Orv::Entity*>(next.get());
+        if (below == nullptr) throw PathError(nothingThere(*entity, names, here));
+        entity = Orv::Ptr<Orv::Entity>(below);
     }
-    // Below directories and instantiating collections stand nothing but entities.
-    return Orv::Ptr<Orv::Entity>(dynamic_cast<Orv::Entity*>(object.get()));
+    return entity;
 }
 
 Tree::Place Tree::place(std::string_view path) const { return place(pathNames(path)); }
 
 Tree::Place Tree::place(const Names& names) const {
     refuseManagers(names);
-    const std::size_t above = names.size() - 1;
-    const Orv::Ptr<Orv::Entity> parent = entity(names, above);
-    const auto dir = Orv::Ptr<Orv::Dir>(dynamic_cast<Orv::Dir*>(parent.get()));
-    if (!dir)
-        throw PathError(
-            fmt::format("{} is a {}, not a directory; its members are made by \"set\" and "
-                        "removed by \"unset\"",
-                        inQuotes(joined(names, above)), parent->info().name()));
+    const Names above(names.begin(), names.end() - 1);
+    Orv::Ptr<Orv::Dir> dir = root_;
+    for (std::size_t at = 0; at < above.size(); ++at) {
+        const Orv::Ptr<Orv::Entity> entry = dir->entityRef(above[at]);
+        if (!entry) throw PathError(nothingThere(*dir, above, at));
+        dir = Orv::Ptr<Orv::Dir>(dynamic_cast<Orv::Dir*>(entry.get()));
+        if (!dir)
+            throw PathError(
+                fmt::format("{} is a {}, not a directory; its members are made by \"set\" and "
+                            "removed by \"unset\"",
+                            inQuotes(joined(above, at + 1)), entry->info().name()));
+    }
     return {dir, names.back()};
 }
 

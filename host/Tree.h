@@ -67,8 +67,6 @@ class Tree {
   private:
     using Names = std::vector<Orv::Name>;
     Orv::Ptr<Orv::PtrInterface> find(const Names& names) const;
-    // Of the first `count` names.
-    Orv::Ptr<Orv::Entity> entity(const Names& names, std::size_t count) const;
     Place place(const Names& names) const;
 
     Orv::Ptr<Orv::Dir> root_;

@@ -1,13 +1,14 @@
 #!/bin/sh
 # Usage: includes.sh ROOT
 # Holds the includes of the tree below ROOT against the arrow runtime <- model <- StageMgr <- host,
-# and those of the library's three folders against the standard library. Prints a line for every
+# those of the library's three folders against the standard library, and all against the rule that
+# they are written from the root. Prints a line for every
 # include that breaks it and fails if there is one.
 set -eu
 cd "${1:?usage: includes.sh ROOT}"
 
 folders=
-for folder in runtime model StageMgr host tests/conformance; do
+for folder in runtime model StageMgr host tests bench examples; do
     if [ -d "$folder" ]; then folders="$folders $folder"; fi
 done
 # shellcheck disable=SC2086  # a list of words
@@ -60,16 +61,15 @@ function exists(path,   line, found) {
         sub(/".*/, "", what)
         folder = what
         sub(/\/.*/, "", folder)
-        if (layer == "tests") {
-            # The model is worth something only as long as it shares nothing with what it judges.
-            if (FILENAME ~ /\/Model[^\/]*$/ && folder in below)
-                refuse("the independent model includes \"" what "\"; it shares no code with " folder "/")
-        } else if (index(" " below[layer] " ", " " folder " ") == 0) {
+        if (layer in below && index(" " below[layer] " ", " " folder " ") == 0) {
             refuse(layer "/ includes \"" what "\"; it may include only from: " below[layer])
+        } else if (FILENAME ~ /conformance\/Model[^\/]*$/ && folder in below) {
+            # The model is worth something only as long as it shares nothing with what it judges.
+            refuse("the independent model includes \"" what "\"; it shares no code with " folder "/")
         } else if (!exists(what)) {
             refuse("no file \"" what "\"; includes are written from the root of the tree")
         }
-    } else if (layer != "tests" && layer != "host") {
+    } else if (layer in below && layer != "host") {
         name = what
         if (name !~ /^<[^>]+>/) {
             refuse("cannot tell what is included here; name the header")

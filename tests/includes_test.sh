@@ -14,7 +14,8 @@ tree() {
     echo '#include "runtime/Ptr.h"' > "$work/model/Config.h"
     printf '#include "model/Config.h"\n#include <cmath>\n' > "$work/StageMgr/StageSm.cpp"
     printf '#include "model/Config.h"\n#include <fmt/core.h>\n' > "$work/host/main.cpp"
-    echo '#include <vector>' > "$work/tests/conformance/Model.cpp"
+    echo '#include <vector>' > "$work/tests/conformance/Model.h"
+    echo '#include "model/Config.h"' > "$work/tests/conformance/RunTest.cpp"
     printf '%s\n' "$2" >> "$work/$1"
 }
 
@@ -41,7 +42,9 @@ accepts runtime/Ptr.h '#include <atomic>  // <pthread.h> is not needed'
 accepts model/Config.h '#include "model/Config.h"'
 accepts StageMgr/StageSm.cpp '#include "runtime/Ptr.h"'
 accepts host/main.cpp '#include <unistd.h>'
-accepts tests/conformance/Model.cpp '#include "tests/conformance/Model.h"'
+accepts tests/conformance/Model.h '#include "tests/conformance/RunTest.cpp"'
+accepts tests/conformance/RunTest.cpp '#include <gtest/gtest.h>'
+accepts tests/conformance/RunTest.cpp '#include "host/main.cpp"'
 
 refuses runtime/Ptr.h '#include "model/Config.h"'
 refuses runtime/Ptr.h '#  include "StageMgr/StageSm.h"'
@@ -57,7 +60,8 @@ refuses model/Config.h '#include <fmt/core.h>'
 refuses StageMgr/StageSm.cpp '#include<boost/json.hpp>'
 refuses StageMgr/StageSm.cpp '#include HEADER'
 refuses host/main.cpp '#include "bench/Chain.h"'
-refuses tests/conformance/Model.cpp '#include "StageMgr/StageSm.h"'
+refuses tests/conformance/Model.h '#include "StageMgr/StageSm.cpp"'
+refuses tests/conformance/RunTest.cpp '#include "Model.h"'
 
 rm -rf "$work"
 mkdir -p "$work"
