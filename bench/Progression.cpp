@@ -1,4 +1,5 @@
-// What whole progressions cost: the real library, reports written into AgentStatus, a virtual clock.
+// What whole progressions cost: the real library, reports written into AgentStatus, a virtual
+// clock.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -15,9 +16,9 @@ namespace {
 class Plan {
   public:
     Plan() : scope_(manager_) {
-        root_ = Stage::stageMgrStageClassDirSmFactory(
-            stage_, input_, reports_, enable_, Orv::make<Stage::StageGlobalConfig>("global"),
-            Orv::make<Stage::FatalError>("fatalerror"));
+        root_ = Stage::stageMgrStageClassDirSmFactory(stage_, input_, reports_, enable_,
+                                                      Orv::make<Stage::StageGlobalConfig>("global"),
+                                                      Orv::make<Stage::FatalError>("fatalerror"));
         const auto dir = stage_->subdirIs("bench");
         dir->subdirIs("config")->entryIs("config", "Stage::Config");
         dir->entryIs("status", "Stage::Status");
@@ -111,8 +112,7 @@ BENCHMARK(fan)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond);
 
 // One stage, to which all report.
 void fanIn(benchmark::State& state) {
-    progression(state,
-                [&](Plan& plan) { plan.stageIs(0, {}, static_cast<int>(state.range(0))); });
+    progression(state, [&](Plan& plan) { plan.stageIs(0, {}, static_cast<int>(state.range(0))); });
 }
 BENCHMARK(fanIn)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond);
 

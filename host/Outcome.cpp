@@ -51,8 +51,13 @@ class Class {
             outcome.missing = missing();
             return outcome;
         }
-        for (const auto& [stageName, stage] : status_->stage())
-            outcome.stages.push_back(this->stage(*stage, name, *instanceStatus));
+        // While a critical stage has not started, no other starts.
+        const auto& all = status_->stage();
+        const bool criticalFirst = std::any_of(all.begin(), all.end(), [&](const auto& member) {
+            return member.second->critical() && !instanceStatus->activeStage(member.first);
+        });
+        for (const auto& [stageName, stage] : all)
+            outcome.stages.push_back(this->stage(*stage, name, criticalFirst));
         for (const StageOutcome& stage : outcome.stages)
             if (stage.isComplete())
                 outcome.lastCompletion = std::max(outcome.lastCompletion, stage.completionTime);
@@ -87,7 +92,7 @@ class Class {
     }
 
     StageOutcome stage(const Stage::StageStatus& stage, const Orv::Name& instance,
-                       const Stage::InstanceStatus& instanceStatus) const {
+                       bool criticalFirst) const {
         StageOutcome outcome;
         outcome.stage = stage.key();
         outcome.critical = stage.critical();
@@ -105,10 +110,7 @@ class Class {
         }
         outcome.heldByOperator = tree_.globalConfig()->doNotStartStage(
             {config_ ? config_->stageClass() : name_, stage.key()});
-        if (!stage.critical())
-            for (const auto& [name, other] : status_->stage())
-                if (other->critical() && !instanceStatus.activeStage(name))
-                    outcome.heldByCritical = true;
+        outcome.heldByCritical = criticalFirst && !stage.critical();
         return outcome;
     }
 

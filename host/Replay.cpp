@@ -31,8 +31,11 @@ void replay(std::istream& journal, View& view) {
     Replay run(view);
     JournalReader reader(journal);
     try {
-        while (const std::optional<Input> input = reader.next()) {
-            if (!run.apply(*input)) break;
+        for (;;) {
+            // Whoever feeds the journal line by line sees the answer to each.
+            if (journal.rdbuf()->in_avail() <= 0) view.flush();
+            const std::optional<Input> input = reader.next();
+            if (!input || !run.apply(*input)) break;
         }
         run.finish();
     } catch (const MalformedInput& e) {

@@ -34,7 +34,8 @@ Lines agentsTracked(const Stage::ConfigSm& configSm, const Lines& candidates) {
     return tracked;
 }
 
-// --- adding ---------------------------------------------------------------------------------------
+// --- adding
+// ---------------------------------------------------------------------------------------
 
 TEST(Registration, AnEventForAStageThatDoesNotExistMakesTheStageWithItsEventAndItsLimit) {
     World world;
@@ -56,8 +57,8 @@ TEST(Registration, AddingAStageAndAnEventIsTracedAtLevel7) {
     world.trace(7);
 
     world.agent("fan").appears({{"early", {}}});
-    EXPECT_THAT(world.traced(7), ElementsAre("Adding stage early to status.",
-                                             "Adding event fan to stage early"));
+    EXPECT_THAT(world.traced(7),
+                ElementsAre("Adding stage early to status.", "Adding event fan to stage early"));
     world.forgetTraced();
 
     world.agent("disk").appears({{"early", {}}});
@@ -124,7 +125,8 @@ TEST(Registration, AnEventWithAHigherLimitRaisesTheStagesLimit) {
     EXPECT_EQ(world.stage("early")->timeout(), 120);
 }
 
-// --- removing -------------------------------------------------------------------------------------
+// --- removing
+// -------------------------------------------------------------------------------------
 
 TEST(Registration, AnEventThatGoesLeavesItsStageWhichStays) {
     World world;
@@ -173,7 +175,8 @@ TEST(Registration, AnEntryOfAnotherTypeIsNoAgent) {
     EXPECT_THAT(world.errors(), IsEmpty());
 }
 
-// --- at the start ---------------------------------------------------------------------------------
+// --- at the start
+// ---------------------------------------------------------------------------------
 
 TEST(ConfigSmConstruction, TakesInWhatIsThere) {
     World world(System::Manager::waits);
@@ -308,7 +311,8 @@ TEST(ConfigSmConstruction, TakesTheAgentOutOfStagesThatItNoLongerLists) {
     EXPECT_EQ(keys(world.stage("early")->event()), Lines({"fan"}));
 }
 
-// --- the stages' reactors -------------------------------------------------------------------------
+// --- the stages' reactors
+// -------------------------------------------------------------------------
 
 TEST(StageReactors, ComeAndGoWithTheStages) {
     World world;
@@ -327,16 +331,16 @@ TEST(StageReactors, EveryReactorHearsOfAStageThatComesOrGoes) {
 
     world.status()->stageIs("new");
     EXPECT_THAT(world.traced(8, " stage="), ElementsAre(" stage=new"));
-    EXPECT_THAT(world.traced(8, " detected stage new"),
-                ElementsAre(" for stage early detected stage new",
-                            " for stage late detected stage new",
-                            " for stage new detected stage new"));
+    EXPECT_THAT(
+        world.traced(8, " detected stage new"),
+        ElementsAre(" for stage early detected stage new", " for stage late detected stage new",
+                    " for stage new detected stage new"));
     world.forgetTraced();
 
     world.status()->stageDel("early");
-    EXPECT_THAT(world.traced(8, " detected stage "),
-                ElementsAre(" for stage late detected stage early",
-                            " for stage new detected stage early"));
+    EXPECT_THAT(
+        world.traced(8, " detected stage "),
+        ElementsAre(" for stage late detected stage early", " for stage new detected stage early"));
 }
 
 TEST(StageReactors, TheWholeCollectionIsMatchedWithoutTellingThem) {
@@ -404,7 +408,8 @@ TEST(StageReactors, ANewEventTakesInItsDependenciesThenItsLimitThenItsCriticalit
     World world;
     world.observe();
 
-    world.agent("fan").appears({{"early", {.timeout = 30, .critical = true, .dependsOn = {"base"}}}});
+    world.agent("fan").appears(
+        {{"early", {.timeout = 30, .critical = true, .dependsOn = {"base"}}}});
 
     EXPECT_THAT(world.observed("/stage/early/"),
                 ElementsAre("/stage/app/status/stage/early/event[fan] = /input/app/fan/event/early",
@@ -413,7 +418,8 @@ TEST(StageReactors, ANewEventTakesInItsDependenciesThenItsLimitThenItsCriticalit
                             "/stage/app/status/stage/early/critical = true"));
 }
 
-// --- registrations by request ---------------------------------------------------------------------
+// --- registrations by request
+// ---------------------------------------------------------------------
 
 // An agent's registration that the manager made for its requests, with what it asked for.
 World& withRequests(World& world, const Lines& stages) {
@@ -447,9 +453,9 @@ TEST(RegistrationByRequest, ClearsItsEventsBeforeItsEntryGoes) {
 
     world.agent("fan").fallSilent();
 
-    EXPECT_THAT(world.observed("app/fan"),
-                ElementsAre("- /agentstatus/app/fan", "/input/app/fan/event[early] -",
-                            "- /input/app/fan"));
+    EXPECT_THAT(
+        world.observed("app/fan"),
+        ElementsAre("- /agentstatus/app/fan", "/input/app/fan/event[early] -", "- /input/app/fan"));
 }
 
 TEST(RegistrationByRequest, IsDroppedRatherThanTrackedWhenItsAgentHasNoStatus) {
@@ -524,7 +530,8 @@ TEST(RegistrationByRequest, AnAgentsStatusOfAnotherTypeCountsAsNone) {
     EXPECT_TRUE(world.configSm()->agentStatusSm().empty());
 }
 
-// --- the agents' status reactors ------------------------------------------------------------------
+// --- the agents' status reactors
+// ------------------------------------------------------------------
 
 TEST(StatusReactors, ComeAndGoWithTheAgentsStatus) {
     World world;
@@ -532,10 +539,10 @@ TEST(StatusReactors, ComeAndGoWithTheAgentsStatus) {
     const Ptr<Stage::AgentStatusSm> reactor(world.configSm()->agentStatusSm().find("fan"));
     ASSERT_NE(reactor, nullptr);
     EXPECT_EQ(reactor->agentName(), "fan");
-    EXPECT_EQ(reactor->arguments(),
-              std::tuple(world.inputDir(),
-                         Ptr<const Stage::AgentStatus>(world.agent("fan").status()),
-                         world.agentStatusLocal()));
+    EXPECT_EQ(
+        reactor->arguments(),
+        std::tuple(world.inputDir(), Ptr<const Stage::AgentStatus>(world.agent("fan").status()),
+                   world.agentStatusLocal()));
 
     world.agent("fan").fallSilent();
     EXPECT_TRUE(world.configSm()->agentStatusSm().empty());
@@ -568,10 +575,12 @@ TEST(ConfigSmMutators, RefuseNull) {
         return "no error";
     };
 
-    EXPECT_EQ(text([&] { configSm.stageStatusIs(nullptr); }),
-              "null _stageStatus parameter to mutator for Stage::ConfigSm::stageStatus not allowed\"");
-    EXPECT_EQ(text([&] { configSm.agentConfigIs(nullptr); }),
-              "null _agentConfig parameter to mutator for Stage::ConfigSm::agentConfig not allowed\"");
+    EXPECT_EQ(
+        text([&] { configSm.stageStatusIs(nullptr); }),
+        "null _stageStatus parameter to mutator for Stage::ConfigSm::stageStatus not allowed\"");
+    EXPECT_EQ(
+        text([&] { configSm.agentConfigIs(nullptr); }),
+        "null _agentConfig parameter to mutator for Stage::ConfigSm::agentConfig not allowed\"");
     EXPECT_EQ(text([&] { configSm.stageStatus("early")->eventConfigIs(nullptr); }),
               "null _eventConfig parameter to mutator for "
               "Stage::ConfigSm::OrvStageStatus::eventConfig not allowed\"");

@@ -62,8 +62,7 @@ TEST_F(LogSmReactor, GoesOnWithALogThatIsThere) {
     logSmFactory(log, "boot")->logIs("line");
 
     EXPECT_EQ(log->instanceLog("boot"), there);
-    EXPECT_EQ(entries("boot"),
-              (std::vector<LogEntry>{{0, "from an earlier run"}, {0, "line"}}));
+    EXPECT_EQ(entries("boot"), (std::vector<LogEntry>{{0, "from an earlier run"}, {0, "line"}}));
 }
 
 TEST_F(LogSmReactor, WritesToItsOwnInstanceOnly) {

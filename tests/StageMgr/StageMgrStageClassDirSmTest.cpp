@@ -92,8 +92,7 @@ TEST_F(ClassDirTest, AClassIsManagedOnceItsLastEntryComesWhicheverThatIs) {
         const Ptr<Dir> config = Orv::make<Dir>("config");
         config->entryIs("config", "Stage::Config");
         const std::array<Step, 5> places{
-            [&] { dir->entryIs(config); },
-            [&] { dir->entryIs("status", "Stage::Status"); },
+            [&] { dir->entryIs(config); }, [&] { dir->entryIs("status", "Stage::Status"); },
             [&] { dir->entryIs("completionstatus", "Stage::CompletionStatusDir"); },
             [&] { dir->entryIs("progress", "Stage::ProgressDir"); },
             [&] { dir->entryIs("log", "Stage::Log"); }};
@@ -255,9 +254,9 @@ TEST_F(ClassDirTest, TheLastTopLevelPlaceIsTraced) {
 
     system.enableDir()->entryIs("boot", "Stage::EnabledConfig");
 
-    EXPECT_THAT(system.traced(6, " "), ElementsAre(" StageClass: boot",
-                                                   " Top level required paths available.", " boot",
-                                                   " boot"));
+    EXPECT_THAT(
+        system.traced(6, " "),
+        ElementsAre(" StageClass: boot", " Top level required paths available.", " boot", " boot"));
 }
 
 TEST_F(ClassDirTest, AClassPublishedWithoutAConfigIsNotMadeAndALaterConfigDoesNotMakeIt) {
@@ -436,7 +435,9 @@ TEST_F(ClassDirTest, OnlyAClassThatIsPublishedNowIsMade) {
     EXPECT_THAT(system.traced(6), IsEmpty());
 
     other->stageSubPathDel("boot");
-    EXPECT_THAT(system.traced(6, " StageClass"), ElementsAre(" StageClass: boot"));
+    EXPECT_THAT(system.traced(6), ElementsAre(" StageClass: boot",
+                                              " All required paths available. Creating StageMgr.",
+                                              " Created StageMgr for StageClass: boot"));
 }
 
 TEST_F(ClassDirTest, AnotherDirectoryIsLookedAtAtOnce) {
@@ -484,8 +485,8 @@ TEST_F(ClassDirTest, EachDirectoryCanBeReplacedAndTakenAway) {
 }
 
 TEST_F(ClassDirTest, AManagerOnNothingManagesNothing) {
-    const auto manager = Stage::stageMgrStageClassDirSmFactory(nullptr, nullptr, nullptr, nullptr,
-                                                               nullptr, nullptr);
+    const auto manager =
+        Stage::stageMgrStageClassDirSmFactory(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
 
     EXPECT_TRUE(manager->initialized());
     EXPECT_TRUE(manager->stageMgr().empty());

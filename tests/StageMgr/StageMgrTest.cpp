@@ -87,9 +87,8 @@ TEST_F(StageMgrTest, TheDirectoryReactorMakesTheRecordThenTheConfigurationSideTh
     EXPECT_EQ(world.configSm()->status(), world.status());
     EXPECT_EQ(world.configSm()->agentDir(), world.inputDir());
     EXPECT_EQ(world.configSm()->arguments(),
-              std::tuple(Ptr<const Stage::Config>(world.config()), world.status(),
-                         world.inputDir(), Ptr<const Orv::Dir>(world.agentStatusDir()),
-                         world.agentStatusLocal()));
+              std::tuple(Ptr<const Stage::Config>(world.config()), world.status(), world.inputDir(),
+                         Ptr<const Orv::Dir>(world.agentStatusDir()), world.agentStatusLocal()));
     EXPECT_EQ(world.statusSm()->arguments(),
               std::tuple(Ptr<const Stage::Config>(world.config()),
                          Ptr<const Stage::EnabledConfig>(world.enabledConfig()), world.status(),

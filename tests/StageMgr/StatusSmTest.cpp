@@ -37,27 +37,27 @@ TEST(Enabling, MakesTheRecordsInOrder) {
 
     world.enable("boot");
 
-    EXPECT_EQ(world.observed(),
-              Lines({"/enable/app/enabled[boot] = true", "/stage/app/progress/progress[boot] +",
-                     "/stage/app/completionstatus/status[boot] +",
-                     "/stage/app/status/instStatus[boot] +",
-                     "/stage/app/status/instStatus/boot/progress = "
-                     "/stage/app/progress/progress/boot",
-                     "/stage/app/log/instanceLog[boot] +",
-                     "/stage/app/log/instanceLog/boot/log << app stages started"}));
+    EXPECT_EQ(
+        world.observed(),
+        Lines({"/enable/app/enabled[boot] = true", "/stage/app/progress/progress[boot] +",
+               "/stage/app/completionstatus/status[boot] +", "/stage/app/status/instStatus[boot] +",
+               "/stage/app/status/instStatus/boot/progress = "
+               "/stage/app/progress/progress/boot",
+               "/stage/app/log/instanceLog[boot] +",
+               "/stage/app/log/instanceLog/boot/log << app stages started"}));
 }
 
 TEST(Enabling, HandsTheInstanceItsRecords) {
     World world;
     world.enable("boot");
 
-    EXPECT_EQ(world.instance("boot")->arguments(),
-              std::tuple(Ptr<const Stage::Config>(world.config()),
-                         Ptr<const Stage::EnabledConfig>(world.enabledConfig()), world.status(),
-                         world.completionStatus("boot"), world.progress("boot"), world.logs(),
-                         Ptr<const Stage::StageGlobalConfig>(world.globalConfig()),
-                         world.fatalError(), world.instanceStatus("boot"),
-                         world.agentStatusLocal()));
+    EXPECT_EQ(
+        world.instance("boot")->arguments(),
+        std::tuple(Ptr<const Stage::Config>(world.config()),
+                   Ptr<const Stage::EnabledConfig>(world.enabledConfig()), world.status(),
+                   world.completionStatus("boot"), world.progress("boot"), world.logs(),
+                   Ptr<const Stage::StageGlobalConfig>(world.globalConfig()), world.fatalError(),
+                   world.instanceStatus("boot"), world.agentStatusLocal()));
     EXPECT_EQ(world.instanceStatus("boot")->progress(), world.progress("boot"));
 }
 
@@ -95,11 +95,11 @@ TEST(Disabling, AFalseMemberDeletesAsARemovedOneDoes) {
 
     world.enable("boot", false);
 
-    EXPECT_EQ(world.observed(),
-              Lines({"/enable/app/enabled[boot] = false",
-                     "/stage/app/completionstatus/status[boot] -",
-                     "/stage/app/status/instStatus[boot] -", "/stage/app/progress/progress[boot] -",
-                     "/stage/app/log/instanceLog[boot] -"}));
+    EXPECT_EQ(
+        world.observed(),
+        Lines({"/enable/app/enabled[boot] = false", "/stage/app/completionstatus/status[boot] -",
+               "/stage/app/status/instStatus[boot] -", "/stage/app/progress/progress[boot] -",
+               "/stage/app/log/instanceLog[boot] -"}));
     EXPECT_EQ(records(world, "boot"), none);
 }
 
@@ -152,9 +152,8 @@ TEST(Enabling, AgainAfterDisablingStartsFromTheBeginning) {
     world.enable("boot");
     world.advance(0);
 
-    EXPECT_EQ(world.timedLog("boot"),
-              Lines({"5 app stages started", "5 stage early started",
-                     "5   event early:fan started"}));
+    EXPECT_EQ(world.timedLog("boot"), Lines({"5 app stages started", "5 stage early started",
+                                             "5   event early:fan started"}));
 }
 
 TEST(Enabling, AgainAfterCompletionStartsFromTheBeginning) {
@@ -170,8 +169,8 @@ TEST(Enabling, AgainAfterCompletionStartsFromTheBeginning) {
     world.settle();
 
     EXPECT_FALSE(world.instanceComplete("boot"));
-    EXPECT_EQ(world.log("boot"), Lines({"app stages started", "stage early started",
-                                        "  event early:fan started"}));
+    EXPECT_EQ(world.log("boot"),
+              Lines({"app stages started", "stage early started", "  event early:fan started"}));
 }
 
 // Absent, false or true, for an instance that exists or does not.
@@ -244,8 +243,8 @@ TEST(Enabling, InstancesAreIndependent) {
 
     EXPECT_EQ(records(world, "boot"), none);
     EXPECT_EQ(records(world, "spare"), all);
-    EXPECT_EQ(world.log("spare"), Lines({"app stages started", "stage early started",
-                                         "  event early:fan started"}));
+    EXPECT_EQ(world.log("spare"),
+              Lines({"app stages started", "stage early started", "  event early:fan started"}));
 }
 
 TEST(Enabling, ClassesAreIndependent) {
@@ -278,8 +277,8 @@ TEST(Enabling, AnyNameWillDo) {
 TEST(Disabling, AtAnyLineOfItsOwnLogLeavesNothing) {
     const auto run = [](World& world) {
         world.agent("fan").event("early", {.timeout = 30, .critical = true});
-        world.agent("disk").event("late", {.timeout = 5, .dependsOn = {"early"}});
-        world.agent("disk").event("late", {.autoComplete = 5, .timeout = 100});
+        world.agent("disk").event("late",
+                                  {.timeout = 100, .dependsOn = {"early"}, .autoComplete = 5});
         world.enable("boot");
         world.advance(40);
         world.agent("fan").report("early", "boot");
@@ -416,9 +415,8 @@ TEST(StatusSmStart, StaleStatusesGoBeforeStaleProgressAndAfterWhatIsEnabled) {
 
     EXPECT_EQ(world.observed("boot] +").size(), 4u);
     const Lines& seen = world.observed();
-    EXPECT_EQ(Lines(seen.end() - 2, seen.end()),
-              Lines({"/stage/app/status/instStatus[stale] -",
-                     "/stage/app/progress/progress[stale] -"}));
+    EXPECT_EQ(Lines(seen.end() - 2, seen.end()), Lines({"/stage/app/status/instStatus[stale] -",
+                                                        "/stage/app/progress/progress[stale] -"}));
 }
 
 // --- what it watches ----------------------------------------------------------------------------
@@ -485,9 +483,7 @@ TEST(StatusSmReactor, EnablingIsHandledBeforeItHasStarted) {
 
 class InstanceReactors : public testing::Test {
   protected:
-    InstanceReactors() { world.enable("boot"); }
-
-    Ptr<Stage::InstanceStatusSm> held{world.instance("boot")};
+    // In the order in which an InstanceStatusSm takes them.
     struct Arguments {
         Ptr<const Stage::Config> config;
         Ptr<const Stage::EnabledConfig> enabledConfig;
@@ -500,12 +496,22 @@ class InstanceReactors : public testing::Test {
         Ptr<Stage::InstanceStatus> instanceStatus;
         Ptr<Stage::AgentStatusLocal> agentStatusLocal;
     };
-    Arguments same() {
-        return {world.config(),           world.enabledConfig(),    world.status(),
-                world.completionStatus("boot"), world.progress("boot"), world.logs(),
-                world.globalConfig(),     world.fatalError(),       world.instanceStatus("boot"),
+
+    InstanceReactors() {
+        world.enable("boot");
+        same = {world.config(),
+                world.enabledConfig(),
+                world.status(),
+                world.completionStatus("boot"),
+                world.progress("boot"),
+                world.logs(),
+                world.globalConfig(),
+                world.fatalError(),
+                world.instanceStatus("boot"),
                 world.agentStatusLocal()};
+        held = Ptr<Stage::InstanceStatusSm>(world.instance("boot"));
     }
+
     Ptr<Stage::InstanceStatusSm> instStatusSmIs(const Arguments& a) {
         return world.statusSm()->instStatusSmIs(
             a.config, a.enabledConfig, a.status, a.completionStatus, a.progress, a.log,
@@ -520,21 +526,140 @@ class InstanceReactors : public testing::Test {
             return error.what();
         }
     }
-
-  private:
-    // Made first.
-    struct Init {};
-
-  protected:
-    static inline thread_local World* unused = nullptr;
-    World& world = *worldPtr();
-
-  private:
-    World* worldPtr() {
-        if (!owned_) owned_ = std::make_unique<World>();
-        return owned_.get();
+    static std::string refused(const std::string& parameter, const std::string& wanted,
+                               const std::string& current) {
+        return "Reinstantiating the pointer interface where constructor parameter attribute _" +
+               parameter + " has a different value of " + wanted + " than the current value of " +
+               current + " not allowed";
     }
-    std::unique_ptr<World> owned_;
+
+    World world;
+    Arguments same;
+    Ptr<Stage::InstanceStatusSm> held;
 };
+
+TEST_F(InstanceReactors, OneWithTheSameArgumentsIsReturned) {
+    EXPECT_EQ(instStatusSmIs(same), held);
+    EXPECT_EQ(world.instance("boot"), held.get());
+}
+
+TEST_F(InstanceReactors, OneWithAnyOtherArgumentIsRefusedAndTheOldOneStays) {
+    Arguments other = same;
+    other.config = nullptr;
+    EXPECT_EQ(refusal(other), refused("config", "null", "/stage/app/config/config"));
+    other = same;
+    other.enabledConfig = nullptr;
+    EXPECT_EQ(refusal(other), refused("enabledConfig", "null", "/enable/app"));
+    other = same;
+    other.status = nullptr;
+    EXPECT_EQ(refusal(other), refused("status", "null", "/stage/app/status"));
+    other = same;
+    other.completionStatus = nullptr;
+    EXPECT_EQ(refusal(other),
+              refused("completionStatus", "null", "/stage/app/completionstatus/status/boot"));
+    other = same;
+    other.progress = nullptr;
+    EXPECT_EQ(refusal(other), refused("progress", "null", "/stage/app/progress/progress/boot"));
+    other = same;
+    other.log = nullptr;
+    EXPECT_EQ(refusal(other), refused("log", "null", "/stage/app/log"));
+    other = same;
+    other.stageGlobalConfig = nullptr;
+    EXPECT_EQ(refusal(other), refused("stageGlobalConfig", "null", "/global"));
+    other = same;
+    other.fatalErrorRequest = nullptr;
+    EXPECT_EQ(refusal(other), refused("fatalErrorRequest", "null", "/fatalerror"));
+    other = same;
+    other.agentStatusLocal = nullptr;
+    EXPECT_EQ(refusal(other),
+              refused("agentStatusLocal", "null", "/sm/stageMgr/app/agentStatusLocal"));
+
+    EXPECT_EQ(world.instance("boot"), held.get());
+    EXPECT_EQ(instStatusSmIs(same), held);
+}
+
+TEST_F(InstanceReactors, AnotherStatusOfTheSameNameIsRefused) {
+    Arguments other = same;
+    world.status()->instStatusDel("boot");
+    other.instanceStatus = world.status()->instStatusIs("boot");
+
+    EXPECT_EQ(refusal(other), refused("instanceStatus", "/stage/app/status/instStatus/boot",
+                                      "/stage/app/status/instStatus/boot"));
+    EXPECT_EQ(world.instance("boot"), held.get());
+}
+
+TEST_F(InstanceReactors, TheFirstArgumentThatDiffersIsNamed) {
+    Arguments other = same;
+    other.agentStatusLocal = nullptr;
+    other.progress = nullptr;
+    other.log = nullptr;
+
+    EXPECT_EQ(refusal(other), refused("progress", "null", "/stage/app/progress/progress/boot"));
+}
+
+TEST_F(InstanceReactors, OneForAnotherNameIsMade) {
+    Arguments other = same;
+    other.instanceStatus = make<Stage::InstanceStatus>("spare");
+
+    const Ptr<Stage::InstanceStatusSm> spare = instStatusSmIs(other);
+
+    EXPECT_NE(spare, held);
+    EXPECT_EQ(world.instance("spare"), spare.get());
+    EXPECT_EQ(spare->instanceName(), "spare");
+}
+
+TEST_F(InstanceReactors, AreDeletedByName) {
+    world.statusSm()->instStatusSmDel("absent");
+    EXPECT_EQ(world.instance("boot"), held.get());
+
+    world.statusSm()->instStatusSmDel("boot");
+    EXPECT_EQ(world.instance("boot"), nullptr);
+}
+
+// --- traces -------------------------------------------------------------------------------------
+
+TEST(StatusSmTrace, EnablingAndDisablingAreOnLevelFour) {
+    World world;
+    world.trace(4);
+
+    world.enable("boot");
+
+    ASSERT_EQ(world.traced().size(), 1u);
+    EXPECT_EQ(world.traced()[0].level, 4);
+    EXPECT_EQ(world.traced()[0].signature, "void Stage::StatusSm::handleEnabled(Orv::String)");
+
+    world.forgetTraced();
+    world.disable("boot");
+
+    ASSERT_EQ(world.traced().size(), 3u);
+    EXPECT_EQ(world.traced()[0].signature, "void Stage::StatusSm::handleEnabled(Orv::String)");
+    EXPECT_EQ(world.traced()[1].level, 4);
+    EXPECT_EQ(world.traced()[1].text, " deleting progress");
+    EXPECT_EQ(world.traced()[2].level, 4);
+    EXPECT_EQ(world.traced()[2].text, " deleting logs");
+}
+
+TEST(StatusSmTrace, DeletionsAreTracedBeforeTheyAreMade) {
+    World world;
+    world.enable("boot");
+    world.trace(4);
+    Lines traced;
+    world.when("progress[boot] -", [&] { traced = world.traced(4); });
+
+    world.disable("boot");
+
+    EXPECT_EQ(traced.back(), " deleting progress");
+}
+
+TEST(StatusSmTrace, TheStartIsOnLevelFour) {
+    World world(System::Manager::waits);
+    world.trace(4);
+
+    world.start();
+
+    ASSERT_EQ(world.traced().size(), 1u);
+    EXPECT_EQ(world.traced()[0].level, 4);
+    EXPECT_EQ(world.traced()[0].signature, "void Stage::StatusSm::handleInitialized()");
+}
 
 }  // namespace

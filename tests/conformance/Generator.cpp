@@ -51,6 +51,9 @@ const std::vector<double> oddLimits = {0,
                                        1e-320,
                                        1e9,
                                        3.4e38,
+                                       3.4028235e38,
+                                       3.4028235677973366e38,
+                                       -3.4028235e38,
                                        3.5e38,
                                        1e300,
                                        std::numeric_limits<double>::infinity(),
@@ -636,6 +639,9 @@ class World {
                 if (agent.first == event->first) others.push_back(s);
         }
         const std::string s = others.empty() ? aStage() : random_.of(others);
+        if (random_.oneIn(3))
+            for (const std::string& each : {event->second, s})
+                add(set(eventOf(c, event->first, each), "enableAutoComplete", true));
         add(setMember(stageOf(c, s), "event", nameKey(event->first),
                       Value(eventOf(c, event->first, event->second))));
     }
@@ -712,10 +718,15 @@ class World {
         const std::string c = aClass();
         const auto event = registered(c);
         if (!event) return;
+        const std::string path = eventOf(c, event->first, event->second);
+        if (random_.oneIn(4)) {
+            add(set(path, "agent", anAgent()));
+            return;
+        }
         const char* attr = random_.oneIn(2) ? "name" : "stage";
         std::string value = aStage();
         if (random_.oneIn(2)) value += ':' + anAgent();
-        add(set(eventOf(c, event->first, event->second), attr, value));
+        add(set(path, attr, value));
     }
 
     void body() {

@@ -36,7 +36,7 @@ struct GeneratorOptions {
     std::size_t most = 80;
     // Writes into what the manager itself writes: stages, instances, records, the reboot request.
     bool meddle = true;
-    // Sets the name and the stage that an event's registration bears.
+    // Sets the name, the stage and the agent that an event's registration bears.
     bool rename = false;
     // The last line may fail an assertion.
     bool abort = false;

@@ -167,14 +167,6 @@ void Invariants::onInstance(const std::string& path, const Orv::Name& name,
                its + " watches another record");
         expect(!running->complete() || running->timeMin() == Orv::never,
                its + " is complete and has a time limit");
-        for (const std::string& agent : keysOf(*running, "autoCompleteSm")) {
-            const Orv::Value child = running->typeInfo()
-                                         ->attribute("autoCompleteSm")
-                                         ->member(*running, Orv::String(agent));
-            const auto& completion =
-                dynamic_cast<const Stage::AutoCompleteSm&>(**child.reference());
-            expect(completion.key() == agent, its + "/autoCompleteSm/" + agent + " is another's");
-        }
     }
 }
 

@@ -154,24 +154,6 @@ Id entry(const State& s, Id dir, const std::string& name, Type type) {
     return found && at(s, found).type == type ? found : 0;
 }
 
-bool inTree(const State& s, Id id) {
-    while (id != s.root) {
-        const Entity& entity = at(s, id);
-        if (!entity.owner) return entity.type == Type::AgentStatusLocal;
-        const Entity& owner = at(s, entity.owner);
-        const bool held = std::any_of(
-            owner.collections.begin(), owner.collections.end(), [&](const Members& members) {
-                return std::any_of(members.begin(), members.end(), [&](const auto& each) {
-                    const Ref* ref = std::get_if<Ref>(&each.second);
-                    return ref && ref->id == id;
-                });
-            });
-        if (!held) return false;
-        id = entity.owner;
-    }
-    return true;
-}
-
 Value shown(const State& s, const Value& value) {
     if (const Ref* ref = std::get_if<Ref>(&value))
         return ref->id ? Value(at(s, ref->id).path) : Value(std::monostate{});
@@ -188,7 +170,6 @@ void observe(State& s, Observation what) {
 void observeWrite(State& s, Who who, Observation::Kind kind, Id entity, std::size_t attr,
                   std::optional<Key> key, std::optional<Value> value) {
     if (who == Who::input) return;
-    if (!s.observeDetached && !inTree(s, entity)) return;
     Observation what;
     what.kind = kind;
     what.path = at(s, entity).path;
@@ -198,9 +179,8 @@ void observeWrite(State& s, Who who, Observation::Kind kind, Id entity, std::siz
     observe(s, std::move(what));
 }
 
-void observeEntry(State& s, Who who, Observation::Kind kind, Id dir, Id entity) {
+void observeEntry(State& s, Who who, Observation::Kind kind, Id entity) {
     if (who == Who::input) return;
-    if (!s.observeDetached && !inTree(s, dir)) return;
     Observation what;
     what.kind = kind;
     what.path = at(s, entity).path;
@@ -344,7 +324,7 @@ void makeEntry(State& s, Id dir, const std::string& name, Type type, Who who = W
     if (memberRef(s, dir, entries, name)) return;
     const Id made = makeEntity(s, type, name, at(s, dir).path + '/' + escaped(name), dir);
     at(s, dir).collections[entries].emplace_back(nameKey(name), Ref{made});
-    observeEntry(s, who, Observation::Kind::create, dir, made);
+    observeEntry(s, who, Observation::Kind::create, made);
     tell(s, dir, entries, nameKey(name));
 }
 
@@ -353,7 +333,7 @@ void dropEntry(State& s, Id dir, const std::string& name, Who who = Who::manager
     const Id gone = memberRef(s, dir, entries, name);
     if (!gone) return;
     eraseMember(s, dir, entries, nameKey(name));
-    observeEntry(s, who, Observation::Kind::remove, dir, gone);
+    observeEntry(s, who, Observation::Kind::remove, gone);
 
     if (at(s, gone).type == Type::Dir) {
         for (const Key& key : keys(s, gone, entries)) dropEntry(s, gone, key.first, Who::input);
@@ -771,7 +751,6 @@ void logLine(State& s, const Instance& instance, const std::string& message) {
     const Id entity =
         makeMember(s, s.manager.at(instance.manager).log, log::instanceLog, instance.name);
     at(s, entity).lines.push_back({s.now, message});
-    if (!s.observeDetached && !inTree(s, entity)) return;
     Observation what;
     what.kind = Observation::Kind::log;
     what.path = at(s, entity).path;
@@ -1810,8 +1789,6 @@ std::optional<Id> find(const State& state, std::string_view path) {
     const auto components = componentsOf(path);
     return walk(state, components, components.size());
 }
-
-std::string pathOf(const State& state, Id entity) { return at(state, entity).path; }
 
 std::vector<Key> keysOf(const State& state, Id entity, std::string_view attr) {
     const std::size_t index = indexOf(at(state, entity).type, attr);

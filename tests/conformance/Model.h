@@ -322,9 +322,6 @@ struct State {
     std::optional<std::string> aborted;
     std::vector<Observation> observed;
 
-    // Whether what is written to an entity that has left the tree is observed under its old path.
-    bool observeDetached = true;
-
     std::deque<Entity> entities;
     Id root = 0;
     Id global = 0;
@@ -378,7 +375,6 @@ std::vector<Line> applicable(const std::vector<Line>& lines);
 
 std::optional<Id> find(const State& state, std::string_view path);
 std::string escaped(std::string_view name);
-std::string pathOf(const State& state, Id entity);
 // The keys of a collection, or of a directory's entries under the attribute "entries".
 std::vector<Key> keysOf(const State& state, Id entity, std::string_view attr);
 

@@ -222,6 +222,45 @@ TEST(ObservationsDeathTest, AreWrittenOutBeforeAnAbort) {
     std::remove(file.c_str());
 }
 
+// Gives a line at a time, and notes what had been written before each.
+class LineByLine final : public std::streambuf {
+  public:
+    LineByLine(Lines lines, const std::ostringstream& out) : lines_(std::move(lines)), out_(out) {}
+    std::vector<std::size_t> writtenBefore;
+
+  private:
+    int_type underflow() override {
+        writtenBefore.push_back(out_.str().size());
+        if (next_ == lines_.size()) return traits_type::eof();
+        current_ = lines_[next_++] + "\n";
+        setg(current_.data(), current_.data(), current_.data() + current_.size());
+        return traits_type::to_int_type(current_[0]);
+    }
+    std::streamsize showmanyc() override { return 0; }
+
+    Lines lines_;
+    const std::ostringstream& out_;
+    std::size_t next_ = 0;
+    std::string current_;
+};
+
+TEST(Replay, WritesTheAnswerToALineBeforeItWaitsForTheNext) {
+    std::ostringstream out;
+    LineByLine lines(bootOf("disk", "mount", 5) + R"({"op":"settle"})" + R"({"op":"settle"})", out);
+    std::istream in(&lines);
+
+    replay(in, out);
+
+    // The class; then agent, registration, limit, status; then enabling, and twice settling.
+    const std::vector<std::size_t>& before = lines.writtenBefore;
+    ASSERT_GE(before.size(), 20u);
+    EXPECT_EQ(before[12], 0u);          // nothing yet
+    EXPECT_GT(before[14], 0u);          // the stage is known
+    EXPECT_GT(before[17], before[16]);  // the instance is
+    EXPECT_GT(before[18], before[17]);  // the stage has started
+    EXPECT_EQ(before[19], before[18]);  // and that is all
+}
+
 TEST(Replay, RunsManyTimesInOneProcessAndNested) {
     const std::string journal = text(bootOf("disk", "mount", 5));
     const std::string once = replayedText(journal);

@@ -239,8 +239,7 @@ TEST(VirtualTime, JumpsForwardOnly) {
     EXPECT_EQ(time.now(), 5);
 }
 
-// --- real time
-// ------------------------------------------------------------------------------------
+// Real time.
 
 double wallSeconds() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())

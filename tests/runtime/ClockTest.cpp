@@ -433,7 +433,7 @@ TEST(ClockOracle, RandomActsAgreeWithASortedList) {
     EXPECT_GT(firings, 5000u);
 }
 
-// --- the slot of a nested timer -----------------------------------------------------------------
+// The slot of a nested timer.
 
 class Sleeper {
   public:

@@ -51,7 +51,7 @@ class EntityChange : public ::testing::Test {
     Lines log;
 };
 
-// --- scalars ------------------------------------------------------------------------------------
+// Scalars.
 
 TEST(Assign, SaysWhetherItChangedAnything) {
     double number = 1;
@@ -111,7 +111,7 @@ TEST_F(EntityChange, InfinitiesAndNansAreValuesLikeOthers) {
     EXPECT_EQ(thing->size(), -INFINITY);
 }
 
-// --- collections --------------------------------------------------------------------------------
+// Collections.
 
 TEST_F(EntityChange, AMemberTellsWithItsKeyWhenItComesChangesAndGoes) {
     thing->tagIs("a", true);
@@ -205,7 +205,7 @@ TEST_F(EntityChange, AKeyOutlivesWhatItCameFrom) {
     EXPECT_EQ(told.back(), "a");
 }
 
-// --- instantiating collections ----------------------------------------------------------------
+// Instantiating collections.
 
 TEST_F(EntityChange, AnInstantiatingMutatorMakesTheMemberAndTellsOnceItIsInPlace) {
     Ptr<Part> seen;
@@ -410,7 +410,7 @@ TEST(EntityMember, AnAllocationThatFailsLeavesAPlainCollectionAsItWas) {
     }
 }
 
-// --- queues -------------------------------------------------------------------------------------
+// Queues.
 
 TEST_F(EntityChange, AQueueKeepsEveryEntryAndTellsOfEach) {
     thing->lineEnq("one");
@@ -420,7 +420,7 @@ TEST_F(EntityChange, AQueueKeepsEveryEntryAndTellsOfEach) {
     EXPECT_EQ(thing->line(), (std::vector<String>{"one", "one"}));
 }
 
-// --- name, parent, path -------------------------------------------------------------------------
+// Name, parent, path.
 
 TEST(Entity, HasItsKeyAsNameUnlessItsTypeSaysOtherwise) {
     const auto thing = make<Thing>("thing");

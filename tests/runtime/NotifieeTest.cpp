@@ -392,7 +392,7 @@ TEST_F(Delivery, MakesNoAllocation) {
     EXPECT_EQ(told, 203);
 }
 
-// --- switched off, unregistered -----------------------------------------------------------------
+// Switched off, unregistered.
 
 TEST_F(Delivery, WhatASwitchedOffNotifieeMissesIsLost) {
     const auto a = listener("a");
@@ -520,8 +520,7 @@ TEST(Notifiee, MayBeDestroyedByWhatItsOldNotifierTakesAlong) {
     EXPECT_EQ(Thing::alive, 1);
 }
 
-// --- against an oracle
-// ----------------------------------------------------------------------------
+// Against an oracle.
 
 // One script of random acts, run on the real thing and on a plain model of the rules: a delivery
 // copies the list, and tells who is still on it by the same connection, and switched on.
@@ -654,8 +653,7 @@ TEST(DeliveryOracle, RandomActsInsideOfCallbacksFollowTheRules) {
     EXPECT_GT(told, 10000u);  // the scripts do reach something
 }
 
-// --- nested notifiees
-// -----------------------------------------------------------------------------
+// Nested notifiees.
 
 class Keeper {
   public:

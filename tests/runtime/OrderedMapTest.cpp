@@ -161,8 +161,7 @@ TEST(OrderedMap, HoldsManyMembers) {
     EXPECT_NE(map.find({many - 1}), nullptr);
 }
 
-// --- walking
-// ----------------------------------------------------------------------------------------
+// Walking.
 
 TEST(OrderedMapWalk, VisitsEachMemberInOrder) {
     OrderedMap<String, int> map;
@@ -369,8 +368,7 @@ TYPED_TEST(OrderedMapOracle, RandomWalksAgreeWithACopyOfTheKeysThatIsLookedUpBef
     EXPECT_GT(visits, 5000u);
 }
 
-// --- what it costs
-// ----------------------------------------------------------------------------------
+// What it costs.
 
 // Counts how often members are moved.
 struct MovedKey {

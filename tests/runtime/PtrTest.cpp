@@ -64,7 +64,7 @@ class Mourner final : public Orv::NotifieeBase {
     }
 };
 
-// --- counting, with the switch off and on -------------------------------------------------------
+// Counting, with the switch off and on.
 
 class PtrCounting : public ::testing::TestWithParam<bool> {
   protected:
@@ -181,7 +181,7 @@ TEST(PtrSwitch, AnObjectLivesThroughSwitchesWithItsCount) {
 
 TEST(PtrSwitch, IsOffAtStart) { EXPECT_FALSE(Orv::threadSafePtrs()); }
 
-// --- what a pointer is --------------------------------------------------------------------------
+// What a pointer is.
 
 TEST(Ptr, IsNullByDefault) {
     const Ptr<Thing> p;
@@ -258,7 +258,7 @@ TEST(ValidPtr, PassesAnObjectOn) {
     EXPECT_EQ(Orv::validPtr(t), t);
 }
 
-// --- the last reference -------------------------------------------------------------------------
+// The last reference.
 
 TEST(LastReference, DeletionIsPendingWhileTheObjectIsToldOfItsEnd) {
     Lines log;
@@ -380,8 +380,7 @@ TEST(ZeroReferences, AMournerMayLeaveMeanwhile) {
     EXPECT_EQ(log, (Lines{"told", "it gone", "it deleted"}));
 }
 
-// --- what is on the stack stays
-// -------------------------------------------------------------------
+// What is on the stack stays.
 
 TEST(DeliveryScope, KeepsWhatLosesItsLastReferenceUntilTheOutermostEnds) {
     Lines log;

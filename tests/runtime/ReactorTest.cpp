@@ -167,7 +167,7 @@ using SingleChildTest = ReactorTest;
 using KeyedChildren = ReactorTest;
 using ReactorLife = ReactorTest;
 
-// --- a single child -----------------------------------------------------------------------------
+// A single child.
 
 TEST_F(SingleChildTest, IsConstructedWholeThenStoredThenSwitchedOn) {
     bool stored = true;
@@ -264,8 +264,7 @@ TEST_F(SingleChildTest, IsNotStoredWhenItsOwnerWentMeanwhile) {
     EXPECT_EQ(log, (Lines{"1 made", "parent retired", "1 initialized", "1 retired"}));
 }
 
-// --- keyed children with further arguments
-// --------------------------------------------------------
+// Keyed children with further arguments.
 
 TEST_F(KeyedChildren, IsConstructedWholeThenStoredThenSwitchedOn) {
     bool stored = true;
@@ -431,8 +430,7 @@ TEST_F(KeyedChildren, AreRetiredWhenTheyCannotBeStored) {
     EXPECT_GT(failures, 2);
 }
 
-// --- children of their key entity alone, and nested ones
-// ------------------------------------------
+// Children of their key entity alone, and nested ones.
 
 TEST_F(KeyedChildren, OfTheirKeyAloneStayWhateverTheyWereMadeFrom) {
     const auto child = parent->keepingIs("a", thing);
@@ -468,8 +466,105 @@ TEST_F(KeyedChildren, ThatAreNestedAreReplacedOnAnotherEntity) {
     EXPECT_EQ(taken(), (Lines{"2 size", "3 size"}));
 }
 
-// --- deleting
-// -------------------------------------------------------------------------------------
+// What goes while it is made.
+
+// Looks after itself while it is constructed, as reactors do whose handlers may end them.
+class MadeSm final : public Reactor {
+  public:
+    MadeSm(const Orv::Owner* owner, const bool& needed, const std::function<void(MadeSm&)>& act)
+        : Reactor(owner), needed_(needed) {
+        act(*this);
+    }
+    auto arguments() const { return std::tuple(String("same")); }
+    static constexpr std::array<const char*, 1> argumentNames{"text"};
+
+  private:
+    bool unwanted() const override { return !needed_; }
+    const bool& needed_;
+};
+
+class BeingMade : public ReactorTest {
+  protected:
+    Ptr<MadeSm> madeIs(const std::function<void(MadeSm&)>& act) {
+        return children.keepOrMake(*parent, "key",
+                                   [&] { return make<MadeSm>(parent.get(), needed, act); });
+    }
+    bool needed = true;
+    Children<Name, MadeSm> children;
+};
+
+TEST_F(BeingMade, AReactorCountsAsRetiredOnceItsOwnerIs) {
+    bool before = true;
+    bool after = false;
+
+    const auto child = madeIs([&](MadeSm& sm) {
+        before = sm.retired();
+        parent->retire();
+        after = sm.retired();
+    });
+
+    EXPECT_FALSE(before);
+    EXPECT_TRUE(after);
+    EXPECT_TRUE(child->retired());
+    EXPECT_TRUE(children.empty());
+}
+
+TEST_F(BeingMade, AReactorThatIsUnwantedIsNotStored) {
+    bool seen = false;
+
+    const auto child = madeIs([&](MadeSm& sm) {
+        needed = false;
+        seen = sm.retired();
+    });
+
+    EXPECT_TRUE(seen);
+    EXPECT_TRUE(children.empty());
+    needed = true;
+    EXPECT_TRUE(child->retired());  // and for good
+}
+
+TEST_F(BeingMade, WhatTookItsPlaceMeanwhileStays) {
+    Ptr<MadeSm> inner;
+    const bool innerNeeded = true;
+
+    const auto outer = madeIs([&](MadeSm&) {
+        needed = false;
+        inner = children.keepOrMake(*parent, "key", [&] {
+            return make<MadeSm>(parent.get(), innerNeeded, [](MadeSm&) {});
+        });
+    });
+
+    EXPECT_TRUE(outer->retired());
+    EXPECT_FALSE(inner->retired());
+    EXPECT_EQ(children.find("key"), inner.get());
+}
+
+TEST_F(BeingMade, IsOverOnceTheReactorIsStored) {
+    const auto child = madeIs([](MadeSm&) {});
+
+    needed = false;  // of no meaning any more: its owner takes it out when it has to go
+
+    EXPECT_FALSE(child->retired());
+    EXPECT_EQ(children.find("key"), child.get());
+    parent->retire();
+    EXPECT_FALSE(child->retired());
+}
+
+TEST_F(BeingMade, AnUnwantedReplacementOfASingleChildLeavesTheOldOne) {
+    SingleChild<MadeSm> single;
+    const auto old = single.is(*parent, std::tuple(String("same")),
+                               [&] { return make<MadeSm>(parent.get(), needed, [](MadeSm&) {}); });
+
+    const auto fresh = single.is(*parent, std::tuple(String("other")), [&] {
+        return make<MadeSm>(parent.get(), needed, [&](MadeSm&) { needed = false; });
+    });
+
+    EXPECT_EQ(single.get(), old.get());
+    EXPECT_FALSE(old->retired());
+    EXPECT_TRUE(fresh->retired());
+}
+
+// Deleting.
 
 TEST_F(KeyedChildren, AreTakenOutRetiredAndReleased) {
     auto child = parent->keepingIs("a", thing);
@@ -517,8 +612,7 @@ TEST_F(KeyedChildren, MayBeWalkedWhileTheyGo) {
     EXPECT_TRUE(parent->keyed.empty());
 }
 
-// --- a reactor's end
-// ------------------------------------------------------------------------------
+// A reactor's end.
 
 TEST_F(ReactorLife, RetiresOnceAndItsChildrenWithIt) {
     parent->keepingIs("a", thing);

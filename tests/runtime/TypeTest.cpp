@@ -56,8 +56,7 @@ class Reflection : public ::testing::Test {
     Ptr<Thing> thing = make<Thing>("thing");
 };
 
-// --- values
-// ---------------------------------------------------------------------------------------
+// Values.
 
 TEST(Value, HoldsOneKindAtATime) {
     const Value absent;
@@ -153,8 +152,7 @@ TEST(ValueTraits, ReferencesAreReadOnlyToTheirType) {
     EXPECT_EQ(ValueTraits<Ptr<const Part>>::of(reader), reference(part));
 }
 
-// --- reading
-// --------------------------------------------------------------------------------------
+// Reading.
 
 TEST_F(Reflection, ListsTheAttributesInTheirOrder) {
     Lines names;
@@ -238,8 +236,7 @@ TEST_F(Reflection, KnowsTheKindsOfKeysAndValues) {
     EXPECT_TRUE(at("part").valueKind().absent());
 }
 
-// --- writing
-// --------------------------------------------------------------------------------------
+// Writing.
 
 TEST_F(Reflection, WritesThroughTheTypesOwnMutatorsWhichTell) {
     Lines log;
@@ -358,8 +355,7 @@ TEST_F(Reflection, RefusesToWriteWhatIsReadOnly) {
               "attribute \"made\" cannot lose members");
 }
 
-// --- the registry
-// ---------------------------------------------------------------------------------
+// The registry.
 
 TEST(TypeRegistry, KeepsTheOrderOfRegistrationAndRegistersOnce) {
     Orv::TypeRegistry registry;
