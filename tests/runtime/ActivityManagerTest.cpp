@@ -272,7 +272,6 @@ TEST(RealTime, WaitsUntilTheTime) {
     EXPECT_TRUE(time.waitUntil(start + 0.02));
 
     EXPECT_GE(time.now(), start + 0.02);
-    EXPECT_LT(time.now(), start + soon);
 }
 
 TEST(RealTime, DoesNotWaitForAPastTime) {
@@ -281,13 +280,10 @@ TEST(RealTime, DoesNotWaitForAPastTime) {
 
     EXPECT_TRUE(time.waitUntil(start - 1));
     EXPECT_TRUE(time.waitUntil(-infinity));
-
-    EXPECT_LT(time.now(), start + soon);
 }
 
 TEST(RealTime, AnInterruptionEndsAWaitForever) {
     RealTime time;
-    const double start = time.now();
     std::thread other([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
         time.interrupt();
@@ -296,7 +292,6 @@ TEST(RealTime, AnInterruptionEndsAWaitForever) {
     EXPECT_FALSE(time.waitUntil(never));
 
     other.join();
-    EXPECT_LT(time.now(), start + soon);
 }
 
 TEST(RealTime, AnInterruptionThatComesFirstEndsTheNextWaitAndOnlyThat) {
@@ -343,7 +338,6 @@ TEST(RealTime, AnInterruptionEndsRunUntilAndRunUntilIdle) {
 
     EXPECT_EQ(fired, 0);
     EXPECT_EQ(far.timeMin(), start + 1000);
-    EXPECT_LT(manager.currentTime(), start + soon);
 }
 
 TEST(RealTime, ATimerMayInterruptItsOwnRun) {

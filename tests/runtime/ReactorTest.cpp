@@ -225,6 +225,17 @@ TEST_F(SingleChildTest, TheOldOneIsStoredAndWatchesUntilTheNewOneIsStored) {
     EXPECT_EQ(log, (Lines{"2 made", "1 size", "2 initialized", "2 on", "1 retired", "1 deleted"}));
 }
 
+TEST_F(SingleChildTest, TheReplacedOneIsRetiredAlsoWhenSomebodyStillHoldsIt) {
+    const auto old = parent->singleIs(thing, other, "text");
+
+    parent->singleIs(thing, other, "new");
+    log.clear();
+    thing->sizeIs(1);
+
+    EXPECT_TRUE(old->retired());
+    EXPECT_EQ(log, (Lines{"2 size"}));
+}
+
 TEST_F(SingleChildTest, StaysWhenItsReplacementCannotBeMade) {
     const auto child = parent->singleIs(thing, other, "text");
     parent->initialize = [] { throw std::runtime_error("no"); };
@@ -452,6 +463,11 @@ TEST_F(KeyedChildren, ThatAreNestedStayOnTheSameEntity) {
 }
 
 TEST_F(KeyedChildren, ThatAreNestedAreReplacedOnAnotherEntity) {
+    const auto heldOnTo = parent->replacingIs("c", thing);
+    parent->replacingIs("c", other);
+    EXPECT_TRUE(heldOnTo->retired());
+    parent->keyed.del("c");
+    ChildSm::made = 0;
     parent->replacingIs("a", thing);
     parent->replacingIs("b", thing);
     log.clear();
