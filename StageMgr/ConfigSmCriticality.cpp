@@ -109,6 +109,7 @@ void OrvStageStatus::handleCritical(Orv::String key) {
 }
 
 void OrvStageStatus::handleCritical() {
+    TRACE(8, " for stage ", stage(), " critical=", stageStatus_->critical());
     if (retired()) return;
     configSm_->spreadCriticality(Orv::Ptr<OrvStageStatus>(this));
 }
@@ -116,7 +117,6 @@ void OrvStageStatus::handleCritical() {
 // What the stage itself is from now on. A critical ancestor decides without a look at the events,
 // on purpose: two critical stages that depend on each other keep each other critical.
 void OrvStageStatus::criticalUpdate() {
-    TRACE(8, " for stage ", stage(), " critical=", stageStatus_->critical());
     bool critical = !criticalAncestor_.empty();
     if (critical) {
         TRACE(9, " Critical because exists a critical ancestor");

@@ -167,7 +167,7 @@ class Program {
 
     int runHelp(const std::string& about) const {
         // The formatter is asked directly: the app would show the help of the verb that was parsed.
-        console_.out << (about.empty() ? app_.get_formatter()->make_help(&app_, "",
+        console_.out << (about.empty() ? app_.get_formatter()->make_help(&app_, "stagemgr",
                                                                          CLI::AppFormatMode::Normal)
                                        : named(about).command->help("stagemgr"));
         return exitDone;

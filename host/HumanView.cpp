@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t timeWidth = 8;
 constexpr std::size_t narrowest = 24;  // for a text, however little room there is
+constexpr std::size_t widestWho = 32;  // a longer name breaks out of its column
 
 std::string padded(std::string text, std::size_t width) {
     const std::size_t columns = utf8Columns(text);
@@ -98,6 +99,10 @@ void HumanView::wrapped(const std::string& first, std::string_view text, Colour 
     }
 }
 
+void HumanView::widen(std::string_view who) {
+    whoWidth_ = std::max(whoWidth_, std::min(widestWho, utf8Columns(who)));
+}
+
 void HumanView::heading() {
     if (std::exchange(headed_, true)) return;
     out_ << coloured(fmt::format("{:>{}}  {}  {}", "TIME", timeWidth, padded("INSTANCE", whoWidth_),
@@ -107,7 +112,7 @@ void HumanView::heading() {
 }
 
 void HumanView::row(double t, std::string_view who, std::string_view text, Colour colour) {
-    whoWidth_ = std::max(whoWidth_, utf8Columns(who));
+    widen(who);
     heading();
     wrapped(fmt::format("{:>{}.3f}  {}  ", t, timeWidth, padded(std::string(who), whoWidth_)), text,
             colour);
@@ -160,8 +165,7 @@ void HumanView::onEnd(double t, const Tree& tree) {
     out_ << (headed_ ? "\n" : "") << fmt::format("After {:.3f} s", t)
          << (all.empty() ? ": no instance is enabled\n" : "\n");
     for (const InstanceOutcome& outcome : all)
-        whoWidth_ =
-            std::max(whoWidth_, utf8Columns(instanceLabel(outcome.stageClass, outcome.instance)));
+        widen(instanceLabel(outcome.stageClass, outcome.instance));
     for (const InstanceOutcome& outcome : all) instance(outcome);
     flush();
 }

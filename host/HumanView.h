@@ -38,6 +38,8 @@ class HumanView final : public View {
     enum class Colour { plain, dim, good, notice, warning, bad };
 
     void heading();
+    // Makes room for a name in the second column.
+    void widen(std::string_view who);
     void row(double t, std::string_view who, std::string_view text, Colour colour = Colour::plain);
     void instance(const InstanceOutcome& outcome);
     void stage(const StageOutcome& outcome, std::size_t nameWidth);

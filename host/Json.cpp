@@ -17,8 +17,9 @@ namespace {
 // Builds the value from the parser's events.
 class Builder {
   public:
+    // The search for a key that stands twice is linear; a journal's objects have a few members.
+    static constexpr std::size_t max_object_size = 64;
     static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
-    static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
 

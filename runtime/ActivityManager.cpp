@@ -93,18 +93,20 @@ void ActivityManager::fireNext() {
 
 namespace {
 
-thread_local constinit ActivityManager* current [[gnu::tls_model("initial-exec")]] = nullptr;
+thread_local constinit ActivityManager* ofThisThread [[gnu::tls_model("initial-exec")]] = nullptr;
 
 }  // namespace
 
 ActivityManager& activityManager() {
-    if (current != nullptr) [[likely]]
-        return *current;
+    if (ofThisThread != nullptr) [[likely]]
+        return *ofThisThread;
     static thread_local ActivityManager standard;
     return standard;
 }
 
-ActivityScope::ActivityScope(ActivityManager& manager) : outer_(current) { current = &manager; }
-ActivityScope::~ActivityScope() { current = outer_; }
+ActivityScope::ActivityScope(ActivityManager& manager) : outer_(ofThisThread) {
+    ofThisThread = &manager;
+}
+ActivityScope::~ActivityScope() { ofThisThread = outer_; }
 
 }  // namespace Orv

@@ -37,7 +37,7 @@ class ORV_API Reactor : public PtrInterface, public Owner {
     // While it is being made, its owner cannot take it out: then it counts as retired once its
     // owner is, or once it is unwanted.
     bool retired() const final {
-        return retired_ || (!kept_ && ((owner_ != nullptr && owner_->retired()) || unwanted()));
+        return retired_ || (!kept_ && owner_ != nullptr && (owner_->retired() || unwanted()));
     }
     void retire();
     // Its owner has stored it.

@@ -70,15 +70,20 @@ TEST(InstanceStart, WithoutAnApplicationTheLineBeginsWithABlank) {
 TEST(InstanceStart, TheLineComesBeforeThePassIsAskedFor) {
     World world;
     world.agent("fan").event("early");
-    bool asked = true;
-    world.when("<< app stages started",
-               [&] { asked = !world.traced(8, " instanceName() boot").empty(); });
+    const auto requests = [&] {
+        int count = 0;
+        for (const StageTest::TraceLine& line : world.traced())
+            count += line.handler == "doNextStage";
+        return count;
+    };
+    int before = -1;
+    world.when("<< app stages started", [&] { before = requests(); });
     world.trace();
 
     world.enable("boot");
 
-    EXPECT_FALSE(asked);
-    EXPECT_EQ(world.traced(8, " instanceName() boot"), Lines({" instanceName() boot"}));
+    EXPECT_EQ(before, 0);
+    EXPECT_EQ(requests(), 2) << "by the start, and since a pass is wanted by then";
 }
 
 TEST(InstanceStart, AStageThatComesLaterIsNotPrepared) {
@@ -556,9 +561,9 @@ TEST_F(MissingEntities, AnEmptyGlobalConfigAsksForNoPass) {
 
 // --- its children -------------------------------------------------------------------------------
 
-class StageReactors : public testing::Test {
+class PerStageReactors : public testing::Test {
   protected:
-    StageReactors() {
+    PerStageReactors() {
         world.agent("fan").event("early");
         world.agent("fan").event("late", {.dependsOn = {"early"}});
         world.enable("boot");
@@ -583,7 +588,7 @@ class StageReactors : public testing::Test {
     Ptr<InstanceStatusSm> instance;
 };
 
-TEST_F(StageReactors, APreparedStageKeepsItsReactor) {
+TEST_F(PerStageReactors, APreparedStageKeepsItsReactor) {
     const Ptr<Stage::StageEnableSm> held(world.stageEnableSm("boot", "late"));
     ASSERT_NE(held, nullptr);
 
@@ -592,12 +597,12 @@ TEST_F(StageReactors, APreparedStageKeepsItsReactor) {
         << "it is made from its stage's name alone";
 }
 
-TEST_F(StageReactors, APreparedStageKnowsItsInstance) {
+TEST_F(PerStageReactors, APreparedStageKnowsItsInstance) {
     EXPECT_EQ(world.stageEnableSm("boot", "late")->mainSm(), instance.get());
     EXPECT_EQ(world.stageEnableSm("boot", "late")->stage(), world.stage("late"));
 }
 
-TEST_F(StageReactors, ADeletedOneForgetsItsInstance) {
+TEST_F(PerStageReactors, ADeletedOneForgetsItsInstance) {
     const Ptr<Stage::StageEnableSm> enable(world.stageEnableSm("boot", "late"));
     const Ptr<Stage::StageSm> running(world.stageSm("boot", "early"));
 
@@ -610,7 +615,7 @@ TEST_F(StageReactors, ADeletedOneForgetsItsInstance) {
     EXPECT_EQ(world.stageSm("boot", "early"), nullptr);
 }
 
-TEST_F(StageReactors, ARunningStageWithTheSameArgumentsIsReturned) {
+TEST_F(PerStageReactors, ARunningStageWithTheSameArgumentsIsReturned) {
     const Ptr<Stage::StageSm> held(world.stageSm("boot", "early"));
 
     EXPECT_EQ(instance->stageSmIs(world.stage("early"), "boot", instance->logSm(),
@@ -618,7 +623,7 @@ TEST_F(StageReactors, ARunningStageWithTheSameArgumentsIsReturned) {
               held);
 }
 
-TEST_F(StageReactors, ARunningStageWithAnyOtherArgumentIsRefused) {
+TEST_F(PerStageReactors, ARunningStageWithAnyOtherArgumentIsRefused) {
     const Ptr<Stage::StageSm> held(world.stageSm("boot", "early"));
     const auto stage = world.stage("early");
     const auto log = instance->logSm();
@@ -632,7 +637,7 @@ TEST_F(StageReactors, ARunningStageWithAnyOtherArgumentIsRefused) {
     EXPECT_EQ(world.stageSm("boot", "early"), held.get());
 }
 
-TEST_F(StageReactors, AllGoWithTheInstance) {
+TEST_F(PerStageReactors, AllGoWithTheInstance) {
     const Ptr<Stage::StageEnableSm> enable(world.stageEnableSm("boot", "late"));
     const Ptr<Stage::StageSm> running(world.stageSm("boot", "early"));
     const Ptr<Stage::LogSm> log = instance->logSm();
@@ -670,14 +675,19 @@ TEST(InstanceStatusSmTrace, TheStartNamesTheInstanceAndItsStages) {
                      "Creating Stage Enable Sm for late instanceName boot"}));
 }
 
-TEST(InstanceStatusSmTrace, ActiveStagesAreNotLookedAtBeforeTheStart) {
+TEST(InstanceStatusSmTrace, WhatRunsBeforeTheStartSaysSo) {
     World world;
     world.trace();
 
     world.enable("boot");
 
-    EXPECT_EQ(world.traced(8, "Not initialized.  Return from").size(), 1u)
-        << "the constructor's call; the clocks report to handlers that trace otherwise";
+    Lines handlers;
+    for (const StageTest::TraceLine& line : world.traced())
+        if (line.level == 8 && line.text.starts_with("Not initialized.  Return from"))
+            handlers.push_back(line.handler);
+    EXPECT_EQ(handlers, Lines({"handleActiveStage", "handleGlobalStageClock"}))
+        << "the constructor's call, and the clock's report";
+    EXPECT_EQ(world.traced(8, "not yet initialized, instanceName() boot").size(), 1u);
 }
 
 }  // namespace

@@ -128,6 +128,14 @@ TEST(Json, RefusesBytesThatAreNotUtf8) {
     EXPECT_NE(refusal(R"("\udc00\ud800")"), "accepted");
 }
 
+TEST(Json, RefusesObjectsLargerThanAnyJournalHas) {
+    std::string members;
+    for (int i = 0; i < 64; ++i) members += (i == 0 ? "\"" : ",\"") + std::to_string(i) + "\":0";
+
+    EXPECT_EQ(refusal("{" + members + "}"), "accepted");
+    EXPECT_NE(refusal("{" + members + ",\"x\":0}"), "accepted");
+}
+
 TEST(Json, RefusesDeepNesting) {
     EXPECT_EQ(refusal(std::string(20, '[') + std::string(20, ']')), "accepted");
     EXPECT_NE(refusal(std::string(100000, '[')), "accepted");

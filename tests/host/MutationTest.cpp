@@ -18,7 +18,8 @@ namespace {
 
 using Random = std::mt19937;
 
-std::size_t below(Random& random, std::size_t end) { return random() % end; }
+// 0 where there is nothing to choose from.
+std::size_t below(Random& random, std::size_t end) { return end == 0 ? 0 : random() % end; }
 
 Lines wholeJournal() {
     return bootClass() + agent("disk", "mount", 5) + agent("nic", "network", 2) +
@@ -41,6 +42,7 @@ Lines wholeJournal() {
 
 // One damage: to bytes, to words, or to the order of lines.
 std::string damaged(std::string journal, const std::string& spare, Random& random) {
+    if (journal.empty()) return spare;
     const std::size_t at = below(random, journal.size());
     const std::size_t length = std::min(1 + below(random, 12), journal.size() - at);
     switch (below(random, 8)) {
