@@ -208,7 +208,7 @@ enum class Fate {
     held,      // the operator holds it
     starts,
 };
-std::ostream& operator<<(std::ostream& out, Fate fate) {
+[[maybe_unused]] std::ostream& operator<<(std::ostream& out, Fate fate) {
     static const char* const names[] = {"noPass",   "reboot",  "active", "passed",
                                         "critical", "unready", "held",   "starts"};
     return out << names[static_cast<int>(fate)];

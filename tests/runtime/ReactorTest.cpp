@@ -492,7 +492,7 @@ class MadeSm final : public Reactor {
         act(*this);
     }
     auto arguments() const { return std::tuple(String("same")); }
-    static constexpr std::array<const char*, 1> argumentNames{"text"};
+    [[maybe_unused]] static constexpr std::array<const char*, 1> argumentNames{"text"};
 
   private:
     bool unwanted() const override { return !needed_; }
