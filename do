@@ -13,6 +13,9 @@ usage: ./do VERB
   test [--quick] [PRESET]  build and test with both compilers, with the sanitizers and optimized;
                            --quick: with g++ and the sanitizers only; PRESET: that one only
   bench [ARGUMENTS]        build, then run the benchmarks; arguments go to them
+  conformance [--seeds N] [--first S]
+                           build, then compare the library with its independent model on random
+                           journals
   format [--check]         format the sources; --check only tells what is not formatted
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
   install --deb            build, then make the Debian packages in build/release/packages
@@ -202,6 +205,12 @@ do_bench() {
     exec build/release/bench/stagemgr-bench "$@"
 }
 
+do_conformance() {
+    need_to_build release
+    build release conformance
+    exec build/release/tests/conformance/conformance "$@"
+}
+
 do_format() {
     how=-i
     case ${1:-} in
@@ -260,7 +269,7 @@ do_install() {
 verb=${1:-}
 [ $# -eq 0 ] || shift
 case $verb in
-build | run | test | bench | format | install) "do_$verb" "$@" ;;
+build | run | test | bench | conformance | format | install) "do_$verb" "$@" ;;
 help | -h | --help) usage ;;
 '')
     usage >&2

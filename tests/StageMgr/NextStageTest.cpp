@@ -298,7 +298,9 @@ void expectFate(const Situation& s, Member member, Fate fate) {
     world.settle();
 
     const Lines all = world.log("boot");
-    const Lines written(all.begin() + static_cast<std::ptrdiff_t>(lines), all.end());
+    Lines written;  // of "y"; the stage "other" may start in the same pass
+    for (std::size_t i = lines; i < all.size(); ++i)
+        if (all[i].find("other") == std::string::npos) written.push_back(all[i]);
     EXPECT_EQ(passes(world), fate == noPass ? 0 : 1);
     EXPECT_EQ(world.instanceStatus("boot")->suspended(), fate == noPass);
     EXPECT_EQ(traced(world, 8, " reboot already in progress, do nothing."), fate == reboot);
