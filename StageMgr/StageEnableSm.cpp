@@ -33,10 +33,14 @@ void StageEnableSm::handleDependencyDel(Orv::String name) {
 }
 
 const Orv::TypeInfo& StageEnableSm::type() {
-    static const Orv::TypeInfo info = Orv::TypeBuilder<StageEnableSm>("Stage::StageEnableSm")
-                                          .scalar("stage", &StageEnableSm::stage)
-                                          .detail()
-                                          .done();
+    static const Orv::TypeInfo info =
+        Orv::TypeBuilder<StageEnableSm>("Stage::StageEnableSm")
+            .scalar("stage", &StageEnableSm::stage)
+            .detail()
+            .scalar("mainSm",
+                    [](const StageEnableSm& s) { return Orv::Ptr<InstanceStatusSm>(s.mainSm_); })
+            .detail()
+            .done();
     return info;
 }
 

@@ -75,6 +75,8 @@ const Orv::TypeInfo& StageMgr::type() {
             .entry([](const Orv::Name& name) -> Orv::Ptr<Orv::Entity> {
                 return stageMgrFactory(name);
             })
+            .scalar("name", &StageMgr::name_)
+            .detail()
             .scalar("initialized", &StageMgr::initialized_)
             .child("agentStatusLocal", &StageMgr::agentStatusLocal_)
             .child("configSm", &StageMgr::configSm)

@@ -191,7 +191,8 @@ void StageSm::handlePendingEvent(Orv::String name) {
         TRACE(8, "Return from ", "handlePendingEvent for event ", name);
         return;
     }
-    TRACE(8, " for event ", name, " for stage ", stageName());
+    TRACE(8, " for event ", name, " by agent ", stage_->event().contains(name), " for stage ",
+          stageName());
     handlePendingEvent();
 }
 
@@ -274,6 +275,9 @@ const Orv::TypeInfo& StageSm::type() {
                 "autoCompleteSm",
                 [](const StageSm& s) -> const auto& { return s.autoCompleteSm_.map(); })
             .scalar("stageUncompleted", [](const StageSm& s) { return s.timeMin(); })
+            .detail()
+            .scalar("mainSm",
+                    [](const StageSm& s) { return Orv::Ptr<InstanceStatusSm>(s.mainSm_); })
             .detail()
             .done();
     return info;
