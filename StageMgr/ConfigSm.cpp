@@ -64,7 +64,11 @@ void ConfigSm::handleAgent(Orv::Name name) {
         }
     }
     if (config && !agentConfig_.contains(name)) agentConfigIs(config);
-    if (!config && agentConfig_.contains(name)) agentConfigDel(name);
+    if (config) return;
+    if (const Orv::Ptr<OrvAgentConfig> gone{agentConfig(name)}) {
+        gone->leaveStages();
+        agentConfigDel(name);
+    }
 }
 
 void ConfigSm::handleAgentStatus() {
@@ -196,6 +200,11 @@ void ConfigSm::OrvAgentConfig::handleEvent() {
     });
 }
 
+// It has left them already, unless it goes while it is being told of that.
+void ConfigSm::OrvAgentConfig::leaveStages() {
+    joined_.walk([this](Orv::Name stage) { handleEvent(stage); });
+}
+
 void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
     const Orv::Name name = agent();
     TRACE(8, name, "(event:", stage, ")");
@@ -204,6 +213,10 @@ void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
     Orv::Ptr<StageStatus> ss = status->stage(stage);
     const Orv::Ptr<AgentConfig> ac = configSm_->agentConfigEntry(name);
     const Orv::Ptr<EventConfig> ec = ac ? ac->event(stage) : nullptr;
+    if (ec)
+        joined_.set(stage, true);
+    else
+        joined_.del(stage);
     if (ss && ss->event().contains(name)) {
         if (ec) return;
         TRACE(7, "Deleting ", name, " from ", stage);

@@ -141,6 +141,8 @@ class ORV_API ConfigSm::OrvAgentConfig final : public Orv::Reactor {
 
     void handleEvent();
     void handleEvent(Orv::Name stage);
+    // Takes the agent out of the stages that it has joined.
+    void leaveStages();
 
     void notificationActiveIs(bool active) override { agentConfig_.activeIs(active); }
 
@@ -158,6 +160,7 @@ class ORV_API ConfigSm::OrvAgentConfig final : public Orv::Reactor {
     }
 
     ConfigSm* configSm_;
+    Orv::OrderedMap<Orv::Name, bool> joined_;  // the stages that it was seen to list
     Orv::WatchSlot<OrvEvents, AgentConfig> agentConfig_;
 };
 

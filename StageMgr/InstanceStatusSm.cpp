@@ -72,7 +72,7 @@ void InstanceStatusSm::startProgression() {
 
 Orv::Ptr<LogSm> InstanceStatusSm::logSmIs(Orv::Ptr<Log> log, Orv::String instanceName) {
     return logSm_.is(*this, std::tuple(log, instanceName),
-                     [&] { return logSmFactory(log, instanceName); });
+                     [&] { return logSmFactory(log, instanceName, this); });
 }
 
 Orv::Ptr<StageEnableSm> InstanceStatusSm::stageEnableSmIs(Orv::Ptr<const StageStatus> stage) {

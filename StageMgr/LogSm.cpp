@@ -14,8 +14,8 @@ void LogSm::logIs(Orv::String message) {
     instanceLog->logEnq({Orv::System::currentTime(), std::move(message)});
 }
 
-Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName) {
-    return Orv::validPtr(Orv::make<LogSm>(std::move(log), std::move(instanceName)));
+Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName, const Orv::Owner* owner) {
+    return Orv::validPtr(Orv::make<LogSm>(std::move(log), std::move(instanceName), owner));
 }
 
 const Orv::TypeInfo& LogSm::type() {

@@ -9,8 +9,8 @@ namespace Stage {
 // An InstanceStatusSm owns one, and shares it with its stage and auto-completion reactors.
 class ORV_API LogSm final : public Orv::Reactor {
   public:
-    LogSm(Orv::Ptr<Log> log, Orv::String instanceName)
-        : log_(std::move(log)), instanceName_(std::move(instanceName)) {}
+    LogSm(Orv::Ptr<Log> log, Orv::String instanceName, const Orv::Owner* owner = nullptr)
+        : Reactor(owner), log_(std::move(log)), instanceName_(std::move(instanceName)) {}
 
     const Orv::Ptr<Log>& log() const { return log_; }
     const Orv::String& instanceName() const { return instanceName_; }
@@ -29,6 +29,7 @@ class ORV_API LogSm final : public Orv::Reactor {
     Orv::String instanceName_;
 };
 
-ORV_API Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName);
+ORV_API Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName,
+                                     const Orv::Owner* owner = nullptr);
 
 }  // namespace Stage

@@ -50,7 +50,7 @@ class ORV_API StageMgr final : public Orv::Notifier<StageMgr>, public Orv::Owner
     // As a reactor's: see Orv::Reactor.
     bool retired() const override { return retired_; }
     void retire();
-    void kept() {}
+    void keptBy(const Orv::Owner& /*owner*/) {}
     void notificationActiveIs(bool /*active*/) {}
 
     static const Orv::TypeInfo& type();

@@ -67,7 +67,19 @@ void StageSm::handleEvent() {
         if (!retired()) eventIs(agent, stage_->event(agent));
     });
     event_.map().walk([this](Orv::String agent) {
-        if (!stage_->event().contains(agent)) eventDel(agent);
+        if (initialized_ && !stage_->event().contains(agent)) eventDel(agent);
+    });
+}
+
+// Whoever was told of a line while this was made may have changed the stage's events.
+void StageSm::notificationActiveIs(bool active) {
+    stage_.activeIs(active);
+    if (!active) return;
+    stage_->event().walk([this](Orv::String agent) {
+        if (event(agent) != stage_->event(agent)) handleEvent(agent);
+    });
+    event_.map().walk([this](Orv::String agent) {
+        if (!stage_->event().contains(agent)) handleEvent(agent);
     });
 }
 

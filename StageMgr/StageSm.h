@@ -95,7 +95,7 @@ class ORV_API StageSm final : public Orv::Reactor {
     void handleCompleteLocal(AgentStatusKey key);
     void handleStageUncompleted();
 
-    void notificationActiveIs(bool active) override { stage_.activeIs(active); }
+    void notificationActiveIs(bool active) override;
 
     static const Orv::TypeInfo& type();
     const Orv::TypeInfo* typeInfo() const override { return &type(); }

@@ -20,6 +20,8 @@ namespace Orv {
 class ORV_API Owner {
   public:
     virtual bool retired() const = 0;
+    // Whether it stands for itself: it is not being made by an owner that might go meanwhile.
+    virtual bool settled() const { return true; }
 
   protected:
     Owner() = default;
@@ -35,20 +37,25 @@ class ORV_API Owner {
 class ORV_API Reactor : public PtrInterface, public Owner {
   public:
     // While it is being made, its owner cannot take it out: then it counts as retired once its
-    // owner is, or once it is unwanted.
+    // owner is, or once it is unwanted. The same holds of its owner, and of that one's.
     bool retired() const final {
-        return retired_ || (!kept_ && owner_ != nullptr && (owner_->retired() || unwanted()));
+        return retired_ || (owner_ != nullptr && (owner_->retired() || (!kept_ && unwanted())));
     }
+    bool settled() const final { return owner_ == nullptr; }
     void retire();
-    // Its owner has stored it.
-    void kept() { kept_ = true; }
+    // Its owner has stored it, and takes it along when it goes. One that is still being made itself
+    // is asked on.
+    void keptBy(const Owner& owner) {
+        kept_ = true;
+        if (owner.settled()) owner_ = nullptr;
+    }
 
     // Whether the callbacks on the entity that is its notifier are delivered. Off until its owner
     // has stored it.
     virtual void notificationActiveIs(bool /*active*/) {}
 
   protected:
-    // owner: whoever makes it, or null. Not counted; asked only until the reactor is stored.
+    // owner: whoever makes it, or null. Not counted.
     explicit Reactor(const Owner* owner = nullptr) : owner_(owner) {}
     ~Reactor() override;
 
@@ -60,7 +67,7 @@ class ORV_API Reactor : public PtrInterface, public Owner {
   private:
     void lastReferenceGone() final { retire(); }
 
-    const Owner* owner_;
+    const Owner* owner_;  // null once it need not be asked
     bool kept_ = false;
     bool retired_ = false;
 };
@@ -100,12 +107,12 @@ class SingleChild {
     explicit operator bool() const { return static_cast<bool>(child_); }
     const Ptr<C>& ptr() const { return child_; }
 
-    template <class Owner, class Arguments, class Make>
+    template <class Arguments, class Make>
     Ptr<C> is(const Owner& owner, const Arguments& arguments, Make&& makeChild) {
         if (child_ && child_->arguments() == arguments) return child_;
         Ptr<C> fresh = makeChild();
         if (owner.retired() || fresh->retired()) return fresh->retire(), fresh;
-        fresh->kept();
+        fresh->keptBy(owner);
         const Ptr<C> old = std::exchange(child_, fresh);
         fresh->notificationActiveIs(true);
         if (old) old->retire();
@@ -173,7 +180,7 @@ class Children {
         if (owner.retired() || fresh->retired()) return fresh->retire(), fresh;
         const Ptr<C> old = map_.value(key);
         map_.set(key, fresh);
-        fresh->kept();
+        fresh->keptBy(owner);
         fresh->notificationActiveIs(true);
         if (old) old->retire();
         return fresh;

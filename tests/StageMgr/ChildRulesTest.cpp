@@ -272,8 +272,8 @@ TEST_F(ChildRules, ANestedReactorOnTheSameEntityIsKeptAndOneOnAnotherIsReplaced)
 }
 
 TEST_F(ChildRules, AChildIsSwitchedOnOnlyOnceItIsStored) {
-    // The stage's reactor does not hear of an event that joins while it is made: it reads it
-    // instead.
+    // The stage's reactor does not hear of an event that joins while it is made: it looks for it
+    // when it is switched on.
     Stage::InstanceStatusSm& instance = *world.instance("boot");
     const auto stage = Orv::make<Stage::StageStatus>("new");
     const Ptr<Stage::StageSm> byHand =
@@ -283,8 +283,9 @@ TEST_F(ChildRules, AChildIsSwitchedOnOnlyOnceItIsStored) {
     EXPECT_TRUE(byHand->pendingEvent().empty());
 
     byHand->notificationActiveIs(true);
-    stage->eventIs(Orv::make<Stage::EventConfig>("new", "disk"));
     EXPECT_EQ(byHand->pendingEvent().size(), 1u);
+    stage->eventIs(Orv::make<Stage::EventConfig>("new", "disk"));
+    EXPECT_EQ(byHand->pendingEvent().size(), 2u);
 }
 
 }  // namespace

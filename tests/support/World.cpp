@@ -317,22 +317,22 @@ Agent& Agent::leave() {
 }
 
 Agent& Agent::report(const std::string& stage, const std::string& instance, bool complete) {
-    statusIs()->completeIs({name_, stage, instance}, complete);
+    if (const auto status = statusIs()) status->completeIs({name_, stage, instance}, complete);
     return *this;
 }
 
 Agent& Agent::withdrawReport(const std::string& stage, const std::string& instance) {
-    statusIs()->completeDel({name_, stage, instance});
+    if (const auto status = statusIs()) status->completeDel({name_, stage, instance});
     return *this;
 }
 
 Agent& Agent::request(const std::string& stage, double timeout) {
-    statusIs()->stageRequestIs(stage, {name_, stage, timeout});
+    if (const auto status = statusIs()) status->stageRequestIs(stage, {name_, stage, timeout});
     return *this;
 }
 
 Agent& Agent::withdrawRequest(const std::string& stage) {
-    statusIs()->stageRequestDel(stage);
+    if (const auto status = statusIs()) status->stageRequestDel(stage);
     return *this;
 }
 

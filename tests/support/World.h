@@ -205,6 +205,7 @@ class Agent {
     friend class StageClass;
     Agent(StageClass& stageClass, std::string name)
         : stageClass_(stageClass), name_(std::move(name)) {}
+    // Null when whoever was told of it took it away again.
     Orv::Ptr<Stage::AgentStatus> statusIs();
 
     StageClass& stageClass_;
