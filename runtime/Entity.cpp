@@ -32,6 +32,7 @@ void Entity::parentIs(const PtrInterface* parent, const char* attribute, bool si
             // It goes all the same, and has forgotten where it stood.
         }
     }
+    stood_ = stood_ || parent_ != nullptr;
     parent_ = parent;
     attribute_ = attribute;
     single_ = single;

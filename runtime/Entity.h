@@ -56,7 +56,7 @@ class ORV_API Entity : public PtrInterface {
     // What holds it; null while it stands nowhere. Not counted.
     const PtrInterface* parent() const { return parent_; }
     // Whether it stood somewhere, and stands nowhere any more.
-    bool left() const { return parent_ == nullptr && !stoodAt_.empty(); }
+    bool left() const { return parent_ == nullptr && stood_; }
     // attribute: the parent's attribute that holds it, or null for a directory's entry. single: the
     // attribute holds this one entity rather than members by name. A null parent takes it out of
     // the tree; it keeps the path under which it stood.
@@ -114,6 +114,7 @@ class ORV_API Entity : public PtrInterface {
     const PtrInterface* parent_ = nullptr;
     const char* attribute_ = nullptr;
     bool single_ = false;
+    bool stood_ = false;
     bool leaving_ = false;
     String stoodAt_;
 };

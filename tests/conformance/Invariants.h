@@ -30,6 +30,8 @@ class Invariants {
     // stage of an instance has the reactor that waits for it, or the one that runs it, and never
     // both.
     void onStanding();
+    // The same after a handler was cut off: what it should have made may be missing.
+    void onStandingCutOff();
 
   private:
     void expect(bool holds, const std::string& broken) {
@@ -45,6 +47,7 @@ class Invariants {
     const Stage::StageMgrStageClassDirSm& top_;
     Report report_;
     bool rebootAsked_ = false;
+    bool cutOff_ = false;
 };
 
 }  // namespace conformance

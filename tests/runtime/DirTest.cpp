@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "runtime/Dir.h"
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
 
@@ -385,6 +385,7 @@ TEST(EntityMember, GoesAlsoWhenThereIsNoMemoryToRememberWhereItStood) {
     EXPECT_EQ(tyre->parent(), nullptr);
     EXPECT_TRUE(wheel->part().empty());
     EXPECT_EQ(wheel->path(), "");
+    EXPECT_TRUE(wheel->left());
 }
 
 TEST(EntityMember, AnAllocationThatFailsLeavesAPlainCollectionAsItWas) {

@@ -13,7 +13,7 @@
 
 #include "runtime/Ptr.h"
 #include "runtime/String.h"
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "runtime/Clock.h"
 #include "runtime/Dir.h"
 #include "runtime/Notifiee.h"
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
 

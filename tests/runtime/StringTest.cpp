@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <unordered_map>
 
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/World.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "runtime/String.h"
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/World.h"
 
 namespace {

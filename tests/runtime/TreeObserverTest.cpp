@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "runtime/Dir.h"
-#include "tests/runtime/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
 

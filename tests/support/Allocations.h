@@ -8,15 +8,25 @@ namespace RuntimeTest {
 
 // How many allocations the calling thread has made.
 std::size_t allocations();
+// How many of all threads' are not freed yet.
+std::size_t allocationsHeld();
+
+enum class Refused {
+    onwards,  // all allocations from there on
+    one,      // that one alone
+};
 
 // While it lives, the calling thread's allocation number `which` (from 1, counted from here on) and
-// all after it fail with std::bad_alloc.
+// those after it, or it alone, fail with std::bad_alloc.
 class FailingAllocation {
   public:
-    explicit FailingAllocation(std::size_t which);
+    explicit FailingAllocation(std::size_t which, Refused refused = Refused::onwards);
     ~FailingAllocation();
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+    // Whether one has failed.
+    bool failed() const;
 };
 
 }  // namespace RuntimeTest
