@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 #include <vector>
 
 #include "runtime/Dir.h"
-#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

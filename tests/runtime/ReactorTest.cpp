@@ -15,9 +15,9 @@
 #include "runtime/Clock.h"
 #include "runtime/Dir.h"
 #include "runtime/Notifiee.h"
-#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

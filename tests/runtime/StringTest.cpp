@@ -9,8 +9,8 @@
 #include <type_traits>
 #include <unordered_map>
 
-#include "tests/support/Allocations.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

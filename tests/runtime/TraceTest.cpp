@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "runtime/String.h"
-#include "tests/support/Allocations.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 

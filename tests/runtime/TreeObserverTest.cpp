@@ -10,9 +10,9 @@
 #include <thread>
 
 #include "runtime/Dir.h"
-#include "tests/support/Allocations.h"
 #include "tests/runtime/Entities.h"
 #include "tests/runtime/World.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
