@@ -17,6 +17,7 @@ usage: ./do VERB
                            build, then compare the library with its independent model on random
                            journals
   format [--check]         format the sources; --check only tells what is not formatted
+  lint [--all]             clang-tidy over the library and the program; --all: over tests, too
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
   install --deb            build, then make the Debian packages in build/release/packages
 
@@ -224,6 +225,25 @@ do_format() {
         \( -name '*.h' -o -name '*.cpp' \) -exec clang-format $how {} +
 }
 
+# Sources are read as the checked builds compile them, several at a time: an eighth of the headers.
+do_lint() {
+    unread='/(tests|bench)/'
+    case ${1:-} in
+    '') ;;
+    --all) unread='^$' ;;
+    *) fail "lint has no argument '$1'; there is --all" ;;
+    esac
+    need_to_build lint clang
+    need clang-tidy
+    cmake --preset lint > /dev/null
+    say "reading with clang-tidy"
+    sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json |
+        grep -vE "$unread" | tr '\n' '\0' |
+        xargs -0 -P "$(cores)" -n 4 clang-tidy -p build/lint --quiet \
+            --header-filter='/(runtime|model|StageMgr|host|tests|bench)/.*\.(h|cpp)$' 2> /dev/null
+    say "nothing found"
+}
+
 # writable DIR: whether DIR, or what there is of it, can be written.
 writable() {
     dir=$1
@@ -269,7 +289,7 @@ do_install() {
 verb=${1:-}
 [ $# -eq 0 ] || shift
 case $verb in
-build | run | test | bench | conformance | format | install) "do_$verb" "$@" ;;
+build | run | test | bench | conformance | format | lint | install) "do_$verb" "$@" ;;
 help | -h | --help) usage ;;
 '')
     usage >&2

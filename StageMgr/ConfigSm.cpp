@@ -108,11 +108,12 @@ void ConfigSm::handleAgentStatus(Orv::Name name) {
 
 // An agent that registered by requests takes part in what it still asks for.
 void ConfigSm::pruneStageRequests(const Orv::Ptr<AgentConfig>& config, const AgentStatus& status) {
-    config->event().walk([&](Orv::Name stage) {
-        if (retired() || !!status.stageRequest(stage)) return;
+    for (const Orv::Name stage : config->event().walked()) {
+        if (retired()) return;
+        if (!!status.stageRequest(stage)) continue;
         TRACE(8, "handleAgentStatus", " StageRequest for stage ", stage, " got deleted");
         config->eventDel(stage);
-    });
+    }
 }
 
 void ConfigSm::dropAgentEntry(const Orv::Name& agent) {
@@ -134,7 +135,7 @@ Orv::Ptr<AgentStatus> ConfigSm::agentStatusEntry(const Orv::Name& agent) const {
 void ConfigSm::agentConfigIs(Orv::Ptr<AgentConfig> agentConfig) {
     if (!agentConfig) throw Orv::NullParameterError("_agentConfig", "Stage::ConfigSm::agentConfig");
     agentConfig_.keepOrReplace(*this, agentConfig->key(), agentConfig.get(), [&] {
-        const Orv::Ptr<OrvAgentConfig> reactor = Orv::make<OrvAgentConfig>(agentConfig, this);
+        Orv::Ptr<OrvAgentConfig> reactor = Orv::make<OrvAgentConfig>(agentConfig, this);
         // The registration may have gone meanwhile; it is retired only now, since until then it
         // withdraws what it has registered.
         if (agentConfig->left()) reactor->retire();

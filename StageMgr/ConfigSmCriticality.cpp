@@ -56,11 +56,11 @@ void OrvStageStatus::handleEventDel(Orv::String agent) {
     const std::size_t before = ec->dependency().size();
     stageStatus_->eventDel(agent);
     Orv::assertThat(ec->dependency().size() == before, "ec->dependencys() == before");
-    ec->dependency().walk([&](Orv::String dependency) {
+    for (const Orv::String dependency : ec->dependency().walked()) {
         if (retired()) return;
         TRACE(9, "Handling dependency deletion of ", dependency, " from event ", agent);
         handleDependencyDel(dependency);
-    });
+    }
     if (retired()) return;
     handleCritical();
     // Only the event that set the limit, exactly, lets it be recomputed; a limit that was narrowed

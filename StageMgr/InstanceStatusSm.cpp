@@ -51,10 +51,10 @@ void InstanceStatusSm::handleInitialized() {
         status_ ? status_->instStatus(instanceName()) : Orv::Ptr<InstanceStatus>();
     if (!own || own->activeStage().empty()) {
         if (status_ && stageSm_.empty() && stageEnableSm_.empty())
-            status_->stage().walk([this](Orv::Name stage) {
+            for (const Orv::Name stage : status_->stage().walked()) {
                 TRACE(9, "Creating Stage Enable Sm for ", stage, " instanceName ", instanceName());
                 stageEnableSmIs(status_->stage(stage));
-            });
+            }
         if (!completionStatus_ || !completionStatus_->complete()) startProgression();
     }
     if (needRecalculateNextStage_) doNextStage();

@@ -46,33 +46,33 @@ void InstanceStatusSm::handleNextStage() {
     const bool criticalNotStarted = someCriticalStageHasNotStarted();
     bool inactiveStages = false;
     bool incompleteActiveStages = false;
-    status_->stage().walk([&](Orv::Name name) {
+    for (const Orv::Name name : status_->stage().walked()) {
         if (retired()) return;
         const Orv::Ptr<StageStatus> stage = status_->stage(name);
         if (instanceStatus_->activeStage().contains(name)) {
             if (criticalNotStarted && !stage->critical())
                 TRACE(9, "Stage ", name, " in progress, but now non-critical, ", " instanceName ",
                       instanceName());
-            if (stageComplete(name)) return;
+            if (stageComplete(name)) continue;
             TRACE(9, "Stage ", name, " in progress, but not yet complete, ", " instanceName ",
                   instanceName());
             incompleteActiveStages = true;
-            return;
+            continue;
         }
         // Stays set when the stage is activated below, on purpose: this pass has met it inactive.
         inactiveStages = true;
         if (criticalNotStarted && !stage->critical()) {
             TRACE(9, name, " is ready, but some critical stage hasn't started  yet, instanceName ",
                   instanceName());
-            return;
+            continue;
         }
-        if (!dependenciesComplete(*stage)) return;
+        if (!dependenciesComplete(*stage)) continue;
         if (heldByOperator(name)) {
             TRACE(7, name, " ready, but not allowed to start, instanceName ", instanceName());
-            return;
+            continue;
         }
         activate(stage);
-    });
+    }
     if (retired()) return;
 
     if (!inactiveStages && !incompleteActiveStages)

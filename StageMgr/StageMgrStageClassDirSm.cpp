@@ -89,10 +89,9 @@ void StageMgrStageClassDirSm::handleStageEnableConfig() {
     handleStageClasses(stageEnableConfigDir_.ptr());
 }
 
-void StageMgrStageClassDirSm::handleStageClasses(const Orv::Ptr<const Orv::Dir>& dir) {
+void StageMgrStageClassDirSm::handleStageClasses(Orv::Ptr<const Orv::Dir> dir) {
     if (!initialized_ || !dir) return;
-    const Orv::Ptr<const Orv::Dir> walked = dir;
-    walked->entries().walk([this](Orv::Name name) { handleStageClass(name); });
+    dir->entries().walk([this](Orv::Name name) { handleStageClass(name); });
 }
 
 StageMgrStageClassDirSm::TopLevel StageMgrStageClassDirSm::topLevel(
@@ -153,7 +152,7 @@ Orv::Ptr<StageSubPathSm> StageMgrStageClassDirSm::stageSubPathSmIs(
 
 Orv::Ptr<StageMgr> StageMgrStageClassDirSm::stageMgrIs(Orv::Name name) {
     if (StageMgr* const held = stageMgr_.find(name)) return Orv::Ptr<StageMgr>(held);
-    const Orv::Ptr<StageMgr> manager =
+    Orv::Ptr<StageMgr> manager =
         stageMgr_.keepOrMake(*this, name, [&] { return stageMgrFactory(name); });
     manager->parentIs(this, "stageMgr");
     return manager;

@@ -115,7 +115,7 @@ class ORV_API StageMgrStageClassDirSm final : public Orv::Reactor {
         bool complete() const { return stage && input && agentStatus && enabled; }
     };
     TopLevel topLevel(const Orv::Name& stageClass) const;
-    void handleStageClasses(const Orv::Ptr<const Orv::Dir>& dir);
+    void handleStageClasses(Orv::Ptr<const Orv::Dir> dir);
 
     void dismantle() override;
 

@@ -12,7 +12,7 @@ Ptr<Entity> Dir::entryIs(Name name, std::string_view typeName) {
         throw RangeError("no entity of type \"" + std::string(typeName) + "\" can be made");
     if (const Ptr<Entity>* const held = entries_.find(name))
         return &(*held)->info() == wanted ? *held : nullptr;
-    const Ptr<Entity> entity = validPtr(wanted->maker()(name));
+    Ptr<Entity> entity = validPtr(wanted->maker()(name));
     entryIs(entity);
     return entity;
 }
@@ -29,7 +29,7 @@ bool Dir::entryIs(Ptr<Entity> entity) {
 
 Ptr<Dir> Dir::subdirIs(Name name) {
     if (entries_.contains(name)) return entityPtr<Dir>(name);
-    const Ptr<Dir> dir = make<Dir>(std::move(name));
+    Ptr<Dir> dir = make<Dir>(std::move(name));
     entryIs(dir);
     return dir;
 }

@@ -104,6 +104,24 @@ class OrderedMap {
             return nullptr;
         }
 
+        // For a range-based for over the keys themselves.
+        class Iterator {
+          public:
+            Iterator(Walk* walk, const K* key) : walk_(walk), key_(key) {}
+            K operator*() const { return *key_; }
+            Iterator& operator++() {
+                key_ = walk_->next();
+                return *this;
+            }
+            bool operator==(const Iterator& other) const { return key_ == other.key_; }
+
+          private:
+            Walk* walk_;
+            const K* key_;
+        };
+        Iterator begin() { return {this, next()}; }
+        Iterator end() { return {this, nullptr}; }
+
       private:
         const OrderedMap& map_;
         std::size_t at_ = 0;
@@ -111,6 +129,9 @@ class OrderedMap {
         const std::uint32_t start_;
     };
 
+    // for (K key : map.walked()): each key of a Walk.
+    Walk walked() const& { return Walk(*this); }
+    Walk walked() && = delete;  // the map has to outlive the walk
     // Calls visit(K key) for each key of a Walk.
     template <class Visit>
     void walk(Visit&& visit) const {

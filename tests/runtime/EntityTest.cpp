@@ -26,7 +26,6 @@ using RuntimeTest::Colour;
 using RuntimeTest::Lines;
 using RuntimeTest::Listener;
 using RuntimeTest::Part;
-using RuntimeTest::Spot;
 using RuntimeTest::Thing;
 using RuntimeTest::World;
 

@@ -173,6 +173,24 @@ TEST(OrderedMapWalk, VisitsEachMemberInOrder) {
     EXPECT_EQ(seen, (Keys{"c", "a", "b"}));
 }
 
+TEST(OrderedMapWalk, IsARangeOfKeysToo) {
+    OrderedMap<String, int> map;
+    for (const char* key : {"c", "a", "b", "d"}) map.set(key, 1);
+    Keys seen;
+
+    for (const String key : map.walked()) {
+        seen.push_back(key.str());
+        map.del(key);
+        if (key == "c") map.del("a");
+        if (key == "b") break;
+    }
+
+    EXPECT_EQ(seen, (Keys{"c", "b"}));
+    EXPECT_EQ(map.size(), 1u);
+    map.del("d");
+    for (const String key : map.walked()) FAIL() << key;
+}
+
 TEST(OrderedMapWalk, SurvivesTheRemovalOfTheCurrentOfAnyAndOfAll) {
     OrderedMap<String, int> map;
     for (const char* key : {"a", "b", "c", "d"}) map.set(key, 1);

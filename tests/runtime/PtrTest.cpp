@@ -20,7 +20,6 @@ using Orv::DeliveryScope;
 using Orv::make;
 using Orv::Ptr;
 using RuntimeTest::Lines;
-using RuntimeTest::Listener;
 using RuntimeTest::Thing;
 using RuntimeTest::ThreadSafePtrs;
 using RuntimeTest::World;
