@@ -233,7 +233,7 @@ void ConfigSm::OrvAgentConfig::handleEvent(Orv::Name stage) {
     if (retired() || ss->left() || ec->left()) return;
     TRACE(7, "Adding event ", name, " to stage ", stage);
     ss->eventIs(ec);
-    if (retired() || ss->event(name) != ec) return;
+    if (retired() || ss->event(ec->agent()) != ec) return;
     // In full precision, on purpose: only a recomputation narrows the limit.
     if (ss->timeout() <= ec->timeout()) ss->timeoutIs(ec->timeout());
 }

@@ -183,6 +183,8 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
 
     // Null raises NullParameterError.
     void eventConfigIs(Orv::Ptr<EventConfig> eventConfig);
+    // Under the name under which it stands in the stage: its agent may have got another since.
+    void eventConfigIs(Orv::Name agent, Orv::Ptr<EventConfig> eventConfig);
     void eventConfigDel(Orv::Name agent) { eventConfig_.del(agent); }
 
     void handleEvent();
@@ -226,7 +228,8 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
 // One agent's event within one stage.
 class ORV_API ConfigSm::OrvEventConfig final : public Orv::Reactor {
   public:
-    OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, OrvStageStatus* stageStatus);
+    // agent: the name under which the event stands in the stage.
+    OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, Orv::Name agent, OrvStageStatus* stageStatus);
 
     const EventConfig* entity() const { return eventConfig_.get(); }
 
@@ -254,6 +257,7 @@ class ORV_API ConfigSm::OrvEventConfig final : public Orv::Reactor {
     bool unwanted() const override { return stood_ && !stands(); }
     bool stands() const;
 
+    Orv::Name agent_;
     OrvStageStatus* stageStatus_;
     bool stood_ = false;  // in the stage, when this was made
     Orv::WatchSlot<OrvEvent, EventConfig> eventConfig_;

@@ -27,13 +27,17 @@ void OrvStageStatus::eventConfigIs(Orv::Ptr<EventConfig> eventConfig) {
     if (!eventConfig)
         throw Orv::NullParameterError("_eventConfig",
                                       "Stage::ConfigSm::OrvStageStatus::eventConfig");
-    eventConfig_.keepOrReplace(*this, eventConfig->agent(), eventConfig.get(),
-                               [&] { return Orv::make<OrvEventConfig>(eventConfig, this); });
+    eventConfigIs(eventConfig->agent(), eventConfig);
+}
+
+void OrvStageStatus::eventConfigIs(Orv::Name agent, Orv::Ptr<EventConfig> eventConfig) {
+    eventConfig_.keepOrReplace(*this, agent, eventConfig.get(),
+                               [&] { return Orv::make<OrvEventConfig>(eventConfig, agent, this); });
 }
 
 void OrvStageStatus::handleEvent(Orv::String agent) {
     if (Orv::Ptr<EventConfig> event = stageStatus_->event(agent))
-        eventConfigIs(std::move(event));
+        eventConfigIs(agent, std::move(event));
     else
         eventConfigDel(agent);
 }
@@ -184,8 +188,9 @@ void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
     }
 }
 
-OrvEventConfig::OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, OrvStageStatus* stageStatus)
-    : Reactor(stageStatus), stageStatus_(stageStatus) {
+OrvEventConfig::OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, Orv::Name agent,
+                               OrvStageStatus* stageStatus)
+    : Reactor(stageStatus), agent_(std::move(agent)), stageStatus_(stageStatus) {
     eventConfig_.is(*this, std::move(eventConfig));
     eventConfig_.activeIs(false);
     stood_ = stands();
@@ -218,7 +223,7 @@ void OrvEventConfig::handleCritical() {
 }
 
 bool OrvEventConfig::stands() const {
-    return stageStatus_->stageStatus()->event(eventConfig_->agent()) == eventConfig_.get();
+    return stageStatus_->stageStatus()->event(agent_) == eventConfig_.get();
 }
 
 const Orv::TypeInfo& OrvStageStatus::type() {

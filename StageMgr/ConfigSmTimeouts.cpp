@@ -36,7 +36,7 @@ Orv::String decimalText(double seconds) {
 }  // namespace
 
 void ConfigSm::OrvEventConfig::handleTimeout() {
-    TRACE(8, " ", eventConfig_->agent(), " timeout=", eventConfig_->timeout());
+    TRACE(8, " ", agent_, " timeout=", eventConfig_->timeout());
     if (retired()) return;
     const Orv::Ptr<OrvStageStatus> reactor(stageStatus_);
     reactor->handleTimeout();

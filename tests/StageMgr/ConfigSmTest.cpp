@@ -125,6 +125,20 @@ TEST(Registration, AnEventWithAHigherLimitRaisesTheStagesLimit) {
     EXPECT_EQ(world.stage("early")->timeout(), 120);
 }
 
+TEST(Registration, AnEventOfAnotherAgentsNameStandsUnderThatAndRaisesTheLimitAsAny) {
+    // The limit is one that a recomputation narrows to less.
+    World world;
+    const auto config = Orv::make<Stage::AgentConfig>("fan");
+    const Ptr<Stage::EventConfig> event = config->eventIs("early", "disk");
+    event->timeoutIs(0.7);
+
+    world.inputDir()->entryIs(config);
+
+    EXPECT_EQ(keys(world.stage("early")->event()), Lines({"disk"}));
+    EXPECT_EQ(world.event("early", "disk"), event);
+    EXPECT_EQ(world.stage("early")->timeout(), 0.7);
+}
+
 // --- removing
 // -------------------------------------------------------------------------------------
 
@@ -311,6 +325,71 @@ TEST(ConfigSmConstruction, TakesTheAgentOutOfStagesThatItNoLongerLists) {
     EXPECT_EQ(keys(world.stage("early")->event()), Lines({"fan"}));
 }
 
+// An entry of the agent directory is tracked, left alone or dropped by what it is and by what the
+// agent's status is, whether it was tracked before or not.
+TEST(AgentEntry, EachIsTrackedOrDroppedByItsKindAndItsAgentsStatus) {
+    enum Entry { nothing, anotherType, ownRegistration, byRequest };
+    enum AgentsStatus { none, ofAnotherType, present, noDirectory };
+    struct Row {
+        Entry entry;
+        AgentsStatus status;
+        bool tracked;
+        bool stays;
+    };
+    const Row rows[] = {
+        {nothing, none, false, false},          {nothing, ofAnotherType, false, false},
+        {nothing, present, false, false},       {nothing, noDirectory, false, false},
+        {anotherType, none, false, true},       {anotherType, ofAnotherType, false, true},
+        {anotherType, present, false, true},    {anotherType, noDirectory, false, true},
+        {ownRegistration, none, true, true},    {ownRegistration, ofAnotherType, true, true},
+        {ownRegistration, present, true, true}, {ownRegistration, noDirectory, true, true},
+        {byRequest, none, false, false},        {byRequest, ofAnotherType, false, false},
+        {byRequest, present, true, true},       {byRequest, noDirectory, true, true},
+    };
+    for (const Row& row : rows) {
+        for (const bool trackedBefore : {false, true}) {
+            SCOPED_TRACE(std::to_string(row.entry) + std::to_string(row.status) +
+                         (trackedBefore ? " tracked before" : ""));
+            World world(System::Manager::waits);
+            if (row.status == ofAnotherType)
+                world.agentStatusDir()->entryIs("fan", "Stage::AgentConfig");
+            if (row.status == present) world.agentStatusDir()->entryIs("fan", "Stage::AgentStatus");
+            const auto configSm =
+                Stage::configSmFactory(world.config(), world.status(), world.inputDir(),
+                                       row.status == noDirectory ? nullptr : world.agentStatusDir(),
+                                       Orv::make<Stage::AgentStatusLocal>());
+            if (trackedBefore) configSm->agentConfigIs(Orv::make<Stage::AgentConfig>("fan"));
+            if (row.entry == anotherType) world.inputDir()->entryIs("fan", "Stage::AgentStatus");
+            if (row.entry == ownRegistration || row.entry == byRequest) {
+                const auto config = Orv::make<Stage::AgentConfig>("fan");
+                config->createdOnStageRequestIs(row.entry == byRequest);
+                world.inputDir()->entryIs(config);
+            }
+
+            configSm->handleAgent("fan");
+
+            EXPECT_EQ(configSm->agentConfig("fan") != nullptr, row.tracked);
+            EXPECT_EQ(world.inputDir()->entries().contains("fan"), row.stays);
+        }
+    }
+}
+
+TEST(AgentEntry, AllAreLookedAtTogetherAndThenThoseThatAreTrackedWithoutOne) {
+    World world;
+    world.agent("fan").event("early");
+    world.configSm()->agentConfigIs(Orv::make<Stage::AgentConfig>("gone"));
+    world.trace(8);
+
+    world.configSm()->handleAgent();
+
+    EXPECT_EQ(agentsTracked(*world.configSm(), {"fan", "gone"}), Lines({"fan"}));
+    Lines looks;
+    for (const TraceLine& line : world.traced())
+        if (line.handler == "handleAgent" && line.text.starts_with("("))
+            looks.push_back(line.text.substr(0, line.text.find(')') + 1));
+    EXPECT_EQ(looks, Lines({"(fan)", "(fan)", "(gone)"}));
+}
+
 // --- the stages' reactors
 // -------------------------------------------------------------------------
 
@@ -384,6 +463,23 @@ TEST(StageReactors, AnEventThatIsReplacedByAnotherOfItsAgentIsFollowedInstead) {
     EXPECT_EQ(world.stage("early")->timeout(), 30);
     late->timeoutIs(40);
     EXPECT_EQ(world.stage("early")->timeout(), 40);
+}
+
+TEST(StageReactors, FollowAnEventUnderTheNameUnderWhichItStandsAlthoughItsAgentGotAnother) {
+    World world(System::Manager::waits);
+    world.agent("fan").event("early", {.timeout = 30});
+    const Ptr<Stage::EventConfig> event = world.agent("fan").registered("early");
+    world.status()->stageIs("early")->eventIs(event);
+    event->agentIs("disk");
+    world.start();
+    ASSERT_EQ(keys(world.stage("early")->event()), Lines({"fan"}));
+
+    event->timeoutIs(90);
+    EXPECT_EQ(world.stage("early")->timeout(), 90);
+
+    world.stage("early")->eventDel("fan");
+    event->timeoutIs(120);
+    EXPECT_EQ(world.stage("early")->timeout(), 90) << "it is out of the stage";
 }
 
 TEST(StageReactors, TheWholeCollectionOfEventsIsMatched) {
@@ -560,6 +656,30 @@ TEST(StatusReactors, AreMadeOnlyOnceAgentsAndStagesAreTakenIn) {
 
     // The report needs the registration, and found it.
     EXPECT_TRUE(record->complete({"fan", "early", "boot"}));
+}
+
+TEST(StatusReactors, ComeAtOnceForAStatusThatComesWhileAgentsAreTakenIn) {
+    // Only the look at all of them waits until the rest is taken in.
+    World world(System::Manager::waits);
+    world.agent("fan").event("early");
+    world.agentStatusDir()->entryIs("fan", "Stage::AgentStatus");
+    world.when("/status/stage[early] +",
+               [&] { world.agentStatusDir()->entryIs("disk", "Stage::AgentStatus"); });
+    world.trace(8);
+
+    const auto configSm = configSmOn(world);
+
+    Lines order;
+    for (const TraceLine& line : world.traced())
+        if (line.handler == "handleAgentStatus" || line.handler == "handleInitialized")
+            order.push_back(line.signature.substr(line.signature.find("Stage::")) + line.text);
+    EXPECT_EQ(order,
+              Lines({"Stage::ConfigSm::handleAgentStatus(Orv::Name)(disk)",
+                     "Stage::AgentStatusSm::handleInitialized() agent disk",
+                     "Stage::ConfigSm::handleInitialized()", "Stage::ConfigSm::handleAgentStatus()",
+                     "Stage::ConfigSm::handleAgentStatus(Orv::Name)(fan)",
+                     "Stage::AgentStatusSm::handleInitialized() agent fan",
+                     "Stage::ConfigSm::handleAgentStatus(Orv::Name)(disk)"}));
 }
 
 TEST(ConfigSmMutators, RefuseNull) {

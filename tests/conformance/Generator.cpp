@@ -262,6 +262,7 @@ class World {
             const std::string i = anInstance();
             lines.push_back(setMember(path, "complete", nameKey(i), !random_.oneIn(4)));
         }
+        if (options_.rename && random_.percent(6)) lines.push_back(set(path, "agent", anAgent()));
         return lines;
     }
 
@@ -350,6 +351,12 @@ class World {
         }
         if (random_.oneIn(3))
             lines.push_back(setMember(place(c, "log"), "instanceLog", nameKey(i)));
+        if (options_.rename && random_.oneIn(2)) {
+            const std::string a = anAgent();
+            lines.push_back(setMember(place(c, "status"), "stage", nameKey(s)));
+            lines.push_back(setMember(stageOf(c, s), "event", nameKey(a), Value(eventOf(c, a, s))));
+            lines.push_back(set(eventOf(c, a, s), "agent", anAgent()));
+        }
         sequences.push_back(std::move(lines));
     }
 
