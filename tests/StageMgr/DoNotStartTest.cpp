@@ -226,6 +226,62 @@ TEST_F(DoNotStart, ASuspendedInstanceStaysSuspended) {
     EXPECT_TRUE(world.instanceStatus("boot")->suspended());
 }
 
+// Every change of a member: whether it asks for a pass depends on the class that the member names,
+// on whether the stage runs, and on what the member is from then on.
+TEST_F(DoNotStart, EveryChangeAsksForAPassOrDoesNot) {
+    enum Member { absent, no, yes };
+    struct Row {
+        Member before;
+        Member after;
+        // By class and stage: ours and waiting, ours and running, another class's.
+        bool waiting;
+        bool running;
+        bool another;
+    };
+    const Row rows[] = {
+        {absent, no, true, false, false},
+        {absent, yes, false, false, false},
+        {no, absent, true, false, false},
+        {no, yes, false, false, false},
+        {yes, absent, true, false, false},
+        {yes, no, true, false, false},
+        // No change.
+        {absent, absent, false, false, false},
+        {no, no, false, false, false},
+        {yes, yes, false, false, false},
+    };
+    for (const Row& row : rows) {
+        for (const bool initialized : {true, false}) {
+            SCOPED_TRACE(std::to_string(row.before) + std::to_string(row.after) +
+                         (initialized ? "" : " before the start"));
+            World other;
+            other.agent("fan").event("running").event("waiting", {.dependsOn = {"never"}});
+            other.enable("boot");
+            other.settle();
+            const auto becomes = [&](const char* stageClass, const char* stage, Member member) {
+                if (member == absent)
+                    other.doNotStartDel(stageClass, stage);
+                else
+                    other.doNotStart(stageClass, stage, member == yes);
+            };
+            const auto asksForAPass = [&](const char* stageClass, const char* stage) {
+                becomes(stageClass, stage, row.before);
+                other.settle();
+                Stage::InstanceStatusSm& instance = *other.instance("boot");
+                instance.initializedIs(initialized);
+                becomes(stageClass, stage, row.after);
+                instance.initializedIs(true);
+                return instance.needRecalculateNextStage();
+            };
+            EXPECT_EQ(asksForAPass("app", "waiting"), row.waiting && initialized);
+            other.settle();
+            EXPECT_EQ(asksForAPass("app", "running"), row.running && initialized);
+            EXPECT_EQ(asksForAPass("net", "waiting"), row.another && initialized);
+            EXPECT_EQ(other.activeStages("boot"), Lines({"running"}));
+        }
+    }
+}
+
 TEST_F(DoNotStart, BeforeTheStartAChangeIsNotLookedAt) {
     heldFromTheStart();
     world.instance("boot")->initializedIs(false);

@@ -173,6 +173,48 @@ TEST(Enabling, AgainAfterCompletionStartsFromTheBeginning) {
               Lines({"app stages started", "stage early started", "  event early:fan started"}));
 }
 
+TEST(Enabling, AgainStartsFromTheFirstStagesSinceAllProgressIsGone) {
+    World world;
+    world.agent("fan").event("early");
+    world.agent("disk").event("late", {.dependsOn = {"early"}});
+    world.enable("boot");
+    world.settle();
+    world.agent("fan").report("early", "boot");
+    world.settle();
+    ASSERT_EQ(world.activeStages("boot"), Lines({"early", "late"}));
+    world.agent("fan").withdrawReport("early", "boot");
+    world.disable("boot");
+
+    world.enable("boot");
+    EXPECT_EQ(world.activeStages("boot"), Lines());
+    EXPECT_TRUE(world.progress("boot")->stage().empty());
+    world.settle();
+
+    EXPECT_EQ(world.activeStages("boot"), Lines({"early"}));
+    EXPECT_EQ(world.log("boot"),
+              Lines({"app stages started", "stage early started", "  event early:fan started"}));
+    EXPECT_FALSE(world.progress("boot")->stage("late"));
+}
+
+TEST(Enabling, AgainFindsTheReportsThatStand) {
+    // They are the class's, not the instance's.
+    World world;
+    world.agent("fan").event("early");
+    world.agent("disk").event("late", {.dependsOn = {"early"}});
+    world.enable("boot");
+    world.settle();
+    world.agent("fan").report("early", "boot");
+    world.disable("boot");
+
+    world.enable("boot");
+    world.settle();
+
+    EXPECT_EQ(world.log("boot"),
+              Lines({"app stages started", "stage early started", "  event early:fan started",
+                     "  event early:fan completed", "stage early is complete", "stage late started",
+                     "  event late:disk started"}));
+}
+
 // Absent, false or true, for an instance that exists or does not.
 TEST(Enabling, DependsOnTheMemberAlone) {
     enum class Member { absent, no, yes };
