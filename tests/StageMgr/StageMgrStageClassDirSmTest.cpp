@@ -226,6 +226,36 @@ TEST_F(ClassDirTest, AClassWhoseEntriesComeLaterLosesItsWatcherBeforeItsManagerI
     EXPECT_NE(stageMgr()->statusSm(), nullptr);
 }
 
+TEST_F(ClassDirTest, TheWatcherIsGoneWhenTheManagerIsMade) {
+    class Sink final : public Orv::TraceSink {
+      public:
+        std::function<void()> atTheManagersStart;
+        void line(const Orv::TraceSite& site, const std::string&) override {
+            if (std::string_view(site.signature).find("StageMgr::handleInitialized") !=
+                std::string_view::npos)
+                atTheManagersStart();
+        }
+    } sink;
+    topLevel();
+    ASSERT_NE(watcher(), nullptr);
+    bool watched = true;
+    bool managed = true;
+    sink.atTheManagersStart = [&] {
+        watched = watcher() != nullptr;
+        managed = stageMgr() != nullptr;
+    };
+    Orv::TraceHandle::named("StageMgr").sinkIs(&sink);
+    Orv::TraceHandle::named("StageMgr").levelIs(8);
+
+    subEntries();
+    Orv::TraceHandle::named("StageMgr").levelIs(Orv::TraceHandle::off);
+    Orv::TraceHandle::named("StageMgr").sinkIs(nullptr);
+
+    EXPECT_FALSE(watched);
+    EXPECT_FALSE(managed) << "it is stored once it is constructed";
+    EXPECT_NE(stageMgr(), nullptr);
+}
+
 TEST_F(ClassDirTest, ReadinessIsTracedFromTheLastEntryToTheManager) {
     topLevel();
     for (std::size_t i = 0; i < 4; ++i) subPlaces(classDir())[i]();
@@ -359,16 +389,20 @@ TEST_F(ClassDirTest, RemovingAManagedClassLeavesItsManagerRunning) {
     world.settle();
     const Stage::StageMgr* const manager = world.stageMgr();
     const Ptr<Stage::Log> log = world.logs();
-    const Ptr<Stage::AgentStatus> status = [&] {
-        world.agentStatusDir()->entryIs("fan", "Stage::AgentStatus");
-        return world.agent("fan").status();
-    }();
 
     world.stageDir()->subdirDel("app");
 
     EXPECT_EQ(world.stageMgr(), manager);
     EXPECT_NE(world.statusSm(), nullptr);
     EXPECT_TRUE(world.manager()->availableStageSubPath()->stageSubPath().value("app"));
+    // Both its sides go on with the entities that they hold.
+    world.agent("fan").report("early", "spare");
+    EXPECT_TRUE(world.agentStatusLocal()->complete({"fan", "early", "spare"}));
+    world.enable("spare");
+    world.settle();
+    ASSERT_NE(log->instanceLog("spare"), nullptr);
+    EXPECT_EQ(log->instanceLog("spare")->log().front().message, "app stages started");
+    EXPECT_THAT(world.errors(), IsEmpty());
 }
 
 TEST_F(ClassDirTest, AnEntryThatDisappearsLeavesTheManagerInPlace) {
