@@ -437,6 +437,19 @@ TEST(StageRequest, GoesWithTheAgentsStatus) {
     EXPECT_THAT(world.stage("early")->event(), IsEmpty());
 }
 
+TEST(StageRequest, ThatIsWithdrawnLeavesARegistrationThatGoesWithTheAgentsStatus) {
+    World world;
+    world.agent("fan").request("early");
+    world.agent("fan").withdrawRequest("early");
+    ASSERT_NE(world.agent("fan").config(), nullptr);
+    world.observe();
+
+    world.agent("fan").fallSilent();
+
+    EXPECT_EQ(world.observed(), Lines({"- /agentstatus/app/fan", "- /input/app/fan"}));
+    EXPECT_EQ(world.configSm()->agentConfig("fan"), nullptr);
+}
+
 TEST(StageRequest, LeavesARegistrationThatItDidNotMake) {
     World world;
     world.agent("fan").event("late");

@@ -658,6 +658,20 @@ TEST(StatusReactors, AreMadeOnlyOnceAgentsAndStagesAreTakenIn) {
     EXPECT_TRUE(record->complete({"fan", "early", "boot"}));
 }
 
+TEST(StatusReactors, AllAreLookedAtTogether) {
+    World world;
+    withRequests(world, {"early"});
+    world.agent("disk").report("early", "boot");
+    const Ptr<Stage::AgentStatusSm> before(world.configSm()->agentStatusSm().find("fan"));
+    world.agent("fan").config()->eventIs("stale", "fan");
+
+    world.configSm()->handleAgentStatus();
+
+    EXPECT_EQ(keys(world.agent("fan").config()->event()), Lines({"early"}));
+    EXPECT_EQ(world.configSm()->agentStatusSm().find("fan"), before.get());
+    EXPECT_EQ(keys(world.configSm()->agentStatusSm().map()), Lines({"fan", "disk"}));
+}
+
 TEST(StatusReactors, ComeAtOnceForAStatusThatComesWhileAgentsAreTakenIn) {
     // Only the look at all of them waits until the rest is taken in.
     World world(System::Manager::waits);

@@ -414,6 +414,40 @@ TEST_F(Reconciling, TheWholeCollectionTakesInWhatHasJoined) {
     EXPECT_EQ(world.log("boot").back(), "  event early:net started");
 }
 
+TEST_F(Reconciling, TheSameEventIsFollowedOnAndAnotherInstead) {
+    const auto first = world.event("early", "fan");
+    const Lines log = world.log("boot");
+    stage().eventIs("fan", first);
+    EXPECT_EQ(stage().event("fan"), first);
+    EXPECT_EQ(world.log("boot"), log);
+
+    const auto other = Orv::make<Stage::EventConfig>("early", "fan");
+    other->nameIs("other");
+    stage().eventIs("fan", other);
+    EXPECT_EQ(stage().event("fan"), other);
+    EXPECT_EQ(world.log("boot").back(), "  event other started");
+    first->completeIs("boot", true);
+    EXPECT_EQ(world.log("boot").back(), "  event other started") << "nobody follows it any more";
+    other->completeIs("boot", true);
+    EXPECT_EQ(world.log("boot").back(), "  event other completed");
+}
+
+TEST_F(Reconciling, APendingEventIsToldOfOnceAndReplacedByAnotherOfItsName) {
+    const auto first = world.event("early", "fan");
+    world.trace(8);
+    const auto looks = [&] { return world.traced(8, " pendingEvents, instanceName boot").size(); };
+
+    stage().pendingEventIs(first);
+    EXPECT_EQ(looks(), 0u) << "it is pending already";
+    stage().pendingEventIs(Orv::make<Stage::EventConfig>("early", "fan"));
+    EXPECT_EQ(looks(), 1u);
+    stage().pendingEventDel("absent");
+    EXPECT_EQ(looks(), 1u);
+    stage().pendingEventDel("early:fan");
+    EXPECT_EQ(looks(), 2u);
+    EXPECT_EQ(world.pendingEvents("boot", "early"), disk);
+}
+
 // An event counts as complete by itself or by the class's record; absent and false are the same.
 TEST_F(Reconciling, EitherCompletesAnEvent) {
     enum class Member { absent, no, yes };

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <locale>
 
 #include "StageMgr/ConfigSm.h"
 #include "tests/support/World.h"
@@ -71,6 +72,23 @@ TEST_F(Watchdog, IsGivenDecimalTextOfSixDigits) {
         deadlineIs(row.deadline);
         EXPECT_EQ(world.watchdog().back(), row.text) << row.deadline;
     }
+}
+
+// Writes 1234.5 as "1.234,5".
+class Grouping final : public std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST_F(Watchdog, IsGivenTheSameTextInAnyLocale) {
+    const std::locale before = std::locale::global(std::locale(std::locale(), new Grouping));
+
+    deadlineIs(1800);
+    deadlineIs(90.5);
+    std::locale::global(before);
+
+    EXPECT_EQ(world.watchdog(), Lines({"1800", "90.5"}));
 }
 
 TEST_F(Watchdog, IsConfiguredThroughARecordThatIsMadeForIt) {
