@@ -7,6 +7,16 @@
 
 namespace Orv {
 
+namespace {
+
+// Never destroyed, since a library's messages may go later than anything else.
+std::vector<const LogHandle*>& defined() {
+    static auto& handles = *new std::vector<const LogHandle*>;
+    return handles;
+}
+
+}  // namespace
+
 LogHandle::LogHandle(const char* identifier, int severity, const char* format,
                      const char* explanation, const char* recommendedAction, double first,
                      double second, std::uint8_t flag)
@@ -17,7 +27,13 @@ LogHandle::LogHandle(const char* identifier, int severity, const char* format,
       recommendedAction_(recommendedAction),
       first_(first),
       second_(second),
-      flag_(flag) {}
+      flag_(flag) {
+    defined().push_back(this);
+}
+
+LogHandle::~LogHandle() { std::erase(defined(), this); }
+
+const std::vector<const LogHandle*>& LogHandle::definitions() { return defined(); }
 
 String LogHandle::formatted(std::string_view format, std::initializer_list<String> args) {
     std::string text;

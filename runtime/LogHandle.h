@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <type_traits>
+#include <vector>
 
 #include "runtime/Export.h"
 #include "runtime/String.h"
@@ -21,6 +22,13 @@ class ORV_API LogHandle {
     // doubles and the flag are the framework's own and mean nothing to the library.
     LogHandle(const char* identifier, int severity, const char* format, const char* explanation,
               const char* recommendedAction, double first, double second, std::uint8_t flag);
+    ~LogHandle();
+    LogHandle(const LogHandle&) = delete;
+    LogHandle& operator=(const LogHandle&) = delete;
+
+    // Those that there are, in the order in which they were defined, for whoever lists them. They
+    // are defined while the program and its libraries are loaded.
+    static const std::vector<const LogHandle*>& definitions();
 
     const char* identifier() const { return identifier_; }
     int severity() const { return severity_; }

@@ -42,6 +42,15 @@ TEST(Messages, AMissedDeadlineIsAnError) {
                  "to proceed.");
 }
 
+TEST(Messages, AreDefinedInTheirOrderAndAreAll) {
+    Lines identifiers;
+    for (const LogHandle* const message : LogHandle::definitions())
+        identifiers.push_back(message->identifier());
+
+    EXPECT_EQ(identifiers, Lines({"STAGEMGR_STAGE_SLOW", "STAGEMGR_STAGE_COMPLETE_AFTER_TIMEOUT",
+                                  "STAGEMGR_GLOBAL_STAGE_COMPLETION_TIMEOUT"}));
+}
+
 TEST(Messages, NoneAsksAnythingOfTheOperator) {
     for (const LogHandle* message : {&Stage::stageSlow, &Stage::stageCompleteAfterTimeout,
                                      &Stage::globalStageCompletionTimeout}) {

@@ -32,6 +32,25 @@ TEST(LogHandle, HoldsItsDefinition) {
     EXPECT_EQ(slow.flag(), 0);
 }
 
+TEST(LogHandle, IsListedInTheOrderOfDefinitionWhileItIsThere) {
+    const auto listed = [] {
+        Lines identifiers;
+        for (const LogHandle* const handle : LogHandle::definitions())
+            identifiers.push_back(handle->identifier());
+        return identifiers;
+    };
+    const Lines before = listed();
+    EXPECT_EQ(before.back(), "TEST_SLOW");
+    {
+        const LogHandle one("TEST_ONE", 4, "", "", "", 0, 1, 0);
+        const LogHandle other("TEST_OTHER", 4, "", "", "", 0, 1, 0);
+        Lines more = before;
+        more.insert(more.end(), {"TEST_ONE", "TEST_OTHER"});
+        EXPECT_EQ(listed(), more);
+    }
+    EXPECT_EQ(listed(), before);
+}
+
 TEST(LogHandle, RaisesTheFormattedTextOnceItIsAllowed) {
     World world;
 
