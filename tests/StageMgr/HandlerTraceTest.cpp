@@ -1,6 +1,8 @@
 // The trace blocks with which handlers begin.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "StageMgr/InstanceStatusSm.h"
 #include "StageMgr/StageSm.h"
 #include "tests/support/World.h"

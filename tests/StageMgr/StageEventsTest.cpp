@@ -9,7 +9,6 @@
 namespace {
 
 using namespace StageTest;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 // The time at which the stage became complete, or -1 while it is not.
