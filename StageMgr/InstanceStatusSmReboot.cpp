@@ -50,7 +50,8 @@ void InstanceStatusSm::handleDoNotStartStage() {
     list->doNotStartStage().walk([this](StageInfo stage) { handleDoNotStartStage(stage); });
 }
 
-void InstanceStatusSm::handleDoNotStartStage(StageInfo stage) {
+// Stage::StageInfo in full: some compilers trace a signature as it is written, others in full.
+void InstanceStatusSm::handleDoNotStartStage(Stage::StageInfo stage) {
     TRACE(8, " stageClass: ", stage.stageClass, " stage: ", stage.stage, " instanceName ",
           instanceName());
     if (!initialized_) {
