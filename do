@@ -16,6 +16,8 @@ usage: ./do VERB
   conformance [--seeds N] [--first S]
                            build, then compare the library with its independent model on random
                            journals
+  coverage                 build with clang++ 19, run the tests of the library, and show which of its
+                           lines, branches and conditions they miss
   format [--check]         format the sources; --check only tells what is not formatted
   lint [--all]             clang-tidy over the library and the program; --all: over tests, too
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
@@ -73,6 +75,7 @@ need_to_build() {
     compilers=
     for preset; do
         case $preset in
+        coverage) compilers="$compilers clang-19 libclang-rt-19-dev llvm-19 python3" ;;
         *clang*) compilers="$compilers clang libclang-rt-14-dev" ;;
         *) compilers="$compilers g++" ;;
         esac
@@ -212,6 +215,33 @@ do_conformance() {
     exec build/release/tests/conformance/conformance "$@"
 }
 
+# What the tests of the library run of it: each program once, and that of the reactors once more with
+# everything traced.
+do_coverage() {
+    [ $# -eq 0 ] || fail "coverage has no argument '$1'"
+    need_to_build coverage
+    build coverage || fail "coverage does not build"
+    counts=build/coverage/counts
+    rm -rf "$counts"
+    mkdir -p "$counts"
+    for tests in runtime model StageMgr scenario; do
+        program=build/coverage/tests/tests-$tests
+        for traced in '' traced; do
+            if [ -n "$traced" ] && [ "$tests" != StageMgr ]; then continue; fi
+            say "running the tests of $tests${traced:+, $traced}"
+            # %m: the processes of death tests add to their program's counts.
+            env ${traced:+STAGEMGR_TRACED=1} LLVM_PROFILE_FILE="$counts/$tests$traced-%m.profraw" \
+                "$program" --gtest_brief=1 >&2 ||
+                fail "the tests of $tests failed, and so what they run tells nothing"
+        done
+        llvm-profdata-19 merge -o "$counts/$tests.profdata" "$counts/$tests"*.profraw
+        llvm-cov-19 export -instr-profile "$counts/$tests.profdata" "$program" \
+            > "$counts/$tests.json"
+    done
+    python3 tests/coverage/table.py . tests/coverage/exclusions.txt tests/coverage/conditions.txt \
+        "$counts"/*.json
+}
+
 do_format() {
     how=-i
     case ${1:-} in
@@ -289,7 +319,7 @@ do_install() {
 verb=${1:-}
 [ $# -eq 0 ] || shift
 case $verb in
-build | run | test | bench | conformance | format | lint | install) "do_$verb" "$@" ;;
+build | run | test | bench | conformance | coverage | format | lint | install) "do_$verb" "$@" ;;
 help | -h | --help) usage ;;
 '')
     usage >&2

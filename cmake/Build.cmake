@@ -17,6 +17,11 @@ if(STAGEMGR_SANITIZE)
     add_link_options(-fsanitize=${STAGEMGR_SANITIZE})
 endif()
 
+if(STAGEMGR_COVERAGE)
+    add_compile_options(-fprofile-instr-generate -fcoverage-mapping -fcoverage-mcdc)
+    add_link_options(-fprofile-instr-generate)
+endif()
+
 # Another checkout, or a build folder made anew, compiles what it has in common with the last only
 # once. The sloppiness is what precompiled headers need.
 find_program(STAGEMGR_CCACHE ccache)

@@ -1,6 +1,7 @@
 #include "tests/support/World.h"
 
 #include <charconv>
+#include <cstdlib>
 #include <stdexcept>
 
 #include "StageMgr/Types.h"
@@ -179,6 +180,7 @@ struct System::Outside final : public Orv::Environment {
 };
 
 System::System(Manager manager) : outside_(std::make_unique<Outside>()) {
+    if (std::getenv("STAGEMGR_TRACED") != nullptr) trace();
     Stage::registerTypes();
     root_ = Orv::make<Orv::Dir>();
     stageDir_ = root_->subdirIs("stage");
@@ -274,6 +276,7 @@ void System::when(const std::string& part, std::function<void()> act) {
 }
 
 void System::trace(int level) {
+    forgetTraced();
     handle().sinkIs(&outside_->sink);
     handle().levelIs(level);
 }

@@ -142,7 +142,8 @@ class System {
     // manager, or whoever else watches, is told of it.
     void when(const std::string& part, std::function<void()> act);
 
-    // From now on, the lines of trace blocks up to the level.
+    // From now on, the lines of trace blocks up to the level. STAGEMGR_TRACED in the environment
+    // traces everything from the start, and no test may notice.
     void trace(int level = 9);
     const std::vector<TraceLine>& traced() const;
     // The texts of a level; of these, those that contain `part`.
