@@ -105,7 +105,9 @@ struct ValueTraits<bool> {
     static constexpr bool composite = false;
     static Value of(bool b) { return b; }
     static bool read(const Value& value, bool& b) {
-        return value.boolean() != nullptr && (b = *value.boolean(), true);
+        if (value.boolean() == nullptr) return false;
+        b = *value.boolean();
+        return true;
     }
     static std::string expected() { return "true or false"; }
 };
@@ -115,7 +117,9 @@ struct ValueTraits<double> {
     static constexpr bool composite = false;
     static Value of(double d) { return d; }
     static bool read(const Value& value, double& d) {
-        return value.number() != nullptr && (d = *value.number(), true);
+        if (value.number() == nullptr) return false;
+        d = *value.number();
+        return true;
     }
     static std::string expected() { return "a number"; }
 };
@@ -125,7 +129,9 @@ struct StringValueTraits {
     static constexpr bool composite = false;
     static Value of(const S& s) { return String(s); }
     static bool read(const Value& value, S& s) {
-        return value.string() != nullptr && (s = S(*value.string()), true);
+        if (value.string() == nullptr) return false;
+        s = S(*value.string());
+        return true;
     }
     static std::string expected() { return "a string"; }
 };

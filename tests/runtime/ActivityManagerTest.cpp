@@ -282,6 +282,12 @@ TEST(RealTime, DoesNotWaitForAPastTime) {
     EXPECT_TRUE(time.waitUntil(-infinity));
 }
 
+TEST(RealTime, ATimeThatIsNoneIsNeitherWaitedForNorReached) {
+    RealTime time;
+
+    EXPECT_FALSE(time.waitUntil(std::numeric_limits<double>::quiet_NaN()));
+}
+
 TEST(RealTime, AnInterruptionEndsAWaitForever) {
     RealTime time;
     std::thread other([&] {
@@ -307,6 +313,7 @@ TEST(RealTime, RunUntilFiresTimersAtTheirTimes) {
     RealTime time;
     Recorder environment;
     ActivityManager manager(time, environment);
+    ASSERT_EQ(&manager.timeSource(), &time);
     const ActivityScope scope(manager);
     const double start = manager.currentTime();
     double first = 0;

@@ -80,6 +80,20 @@ TEST_F(ClockTest, FiresInTheOrderOfDueTimeThenOfArming) {
     EXPECT_EQ(log, (Lines{"b", "d", "e", "c", "a"}));
 }
 
+TEST_F(ClockTest, ATimerThatTakesNothingOverIsConsumedInSilence) {
+    class Idle final : public Clock::NotifieeConst {};
+    Idle idle;
+    idle.notifierIs(clock);
+    idle.timeMinIs(1);
+    const auto next = timer("next", 2);
+
+    clock->fireNext();
+
+    EXPECT_EQ(idle.timeMin(), never);
+    EXPECT_EQ(log, Lines{});
+    EXPECT_EQ(clock->nextTime(), 2);
+}
+
 TEST_F(ClockTest, TheSameTimeAgainKeepsThePlace) {
     const auto a = timer("a", 1);
     const auto b = timer("b", 1);

@@ -56,6 +56,20 @@ class DirTest : public ::testing::Test {
                     }};
 };
 
+TEST_F(DirTest, WhoTakesNoCallbackOverIsPassedByInSilence) {
+    class Idle final : public Dir::NotifieeConst {};
+    Idle idle;
+    idle.notifierIs(root);
+    const Watcher behind(root, [&](Name name) { log.push_back("behind " + name.str()); });
+
+    root->subdirIs("input");
+    idle.onEntityPtr(Orv::Immediate());
+
+    EXPECT_EQ(log, (Lines{"+input", "behind input"}));
+    EXPECT_EQ(world.environment.exceptions, Lines{});
+    EXPECT_TRUE(idle.isRegisteredNotifiee());
+}
+
 TEST_F(DirTest, MakesAnEntryOfARegisteredTypeAndTells) {
     const Ptr<Entity> made = root->entryIs("thing", "Test::Thing");
 

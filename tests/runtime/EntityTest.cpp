@@ -453,6 +453,15 @@ TEST(EntityPath, IsEmptyForWhatNeverStoodAnywhereAndForARoot) {
     EXPECT_EQ(make<Thing>("thing")->parent(), nullptr);
 }
 
+TEST(EntityPath, StaysEmptyForWhatIsTakenFromNowhere) {
+    const auto thing = make<Thing>("thing");
+
+    thing->leave();
+
+    EXPECT_EQ(thing->path(), "");
+    EXPECT_FALSE(thing->left());
+}
+
 TEST(EntityPath, LeadsThroughDirectoriesAttributesAndKeys) {
     const auto root = make<Orv::Dir>();
     const auto input = root->subdirIs("input");

@@ -738,6 +738,21 @@ TEST(WatchSlot, NullAndDelDisconnect) {
     EXPECT_EQ(thing->references(), 1u);
 }
 
+TEST(WatchSlot, ShowsItsNotifieeWhileItHasOne) {
+    const auto thing = make<Thing>("thing");
+    Keeper keeper;
+    const Keeper& reader = keeper;
+    EXPECT_EQ(keeper.thing.watch(), nullptr);
+
+    keeper.thing.is(keeper, thing);
+    ASSERT_NE(keeper.thing.watch(), nullptr);
+    EXPECT_EQ(reader.thing.watch(), keeper.thing.watch());
+    EXPECT_EQ(reader.thing.watch()->notifier(), thing);
+
+    keeper.thing.disconnect();
+    EXPECT_EQ(reader.thing.watch(), nullptr);
+}
+
 TEST(WatchSlot, DisconnectKeepsTheEntityReadable) {
     const auto thing = make<Thing>("thing");
     Keeper keeper;

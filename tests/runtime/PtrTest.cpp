@@ -321,6 +321,25 @@ TEST(ZeroReferences, ReachWhoAskedInTheOrderOfConnectingAndNobodyElse) {
     EXPECT_FALSE(silenced.isRegisteredNotifiee());
 }
 
+TEST(ZeroReferences, MayBeWantedByOneThatDoesNothingThen) {
+    class Idle final : public Orv::NotifieeBase {
+      public:
+        explicit Idle(const Orv::PtrInterface* object) {
+            link(object);
+            wantsZeroReferencesIs(true);
+        }
+    };
+    Lines log;
+    auto p = make<Witness>(log);
+    const Idle idle(p.get());
+    const Mourner behind(p.get(), [&] { log.push_back("behind"); });
+
+    p = nullptr;
+
+    EXPECT_EQ(log, (Lines{"behind", "it gone", "it deleted"}));
+    EXPECT_FALSE(idle.isRegisteredNotifiee());
+}
+
 TEST(ZeroReferences, DeletionIsPendingMeanwhile) {
     Lines log;
     auto p = make<Witness>(log);

@@ -233,6 +233,16 @@ TEST(Name, ConvertsToAStringAndBackWithoutACopyOfTheText) {
     EXPECT_LT(name, Name("fan"));
 }
 
+TEST(Name, TakesOverAStringThatIsGivenUp) {
+    String text("disk");
+    const char* const bytes = text.c_str();
+
+    const Name name(std::move(text));
+
+    EXPECT_EQ(name.c_str(), bytes);
+    EXPECT_EQ(name, "disk");
+}
+
 TEST(MixHash, DependsOnTheOrderOfTheFields) {
     const std::uint32_t a = String("a").hash();
     const std::uint32_t b = String("b").hash();

@@ -160,6 +160,25 @@ TEST_F(TreeObserverTest, IsNotToldSeparatelyOfWhatGoesWithAnEntryOrAMember) {
                     " - /sub Orv::Dir"}));
 }
 
+TEST_F(TreeObserverTest, IsNotToldOfWhatIsWrittenToAnEntityWhileItsMembersGo) {
+    root->entryIs(thing);
+    thing->partIs("wheel");
+    Listener listener(thing);
+    listener.part = [&](Name) {
+        thing->sizeIs(1);
+        thing->tagIs("a", true);
+        thing->lineEnq("one");
+    };
+    Writer observer(log);
+
+    root->entryDel("thing");
+
+    EXPECT_EQ(log, (Lines{" - /thing Test::Thing"}));
+    EXPECT_EQ(thing->size(), 1);
+    EXPECT_TRUE(thing->tag().contains("a"));
+    EXPECT_EQ(thing->line().size(), 1u);
+}
+
 TEST_F(TreeObserverTest, IsToldOfWhatOthersDoMeanwhile) {
     root->entryIs(thing);
     const auto other = make<Thing>("other");

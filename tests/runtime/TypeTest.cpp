@@ -120,7 +120,34 @@ TEST(ValueTraits, CompositesNeedEveryFieldAndNoOther) {
     EXPECT_FALSE(
         ValueTraits<Spot>::read(ValueFields{{"row", "r"}, {"column", "c"}, {"more", "m"}}, read));
     EXPECT_FALSE(ValueTraits<Spot>::read(ValueFields{{"row", "r"}, {"column", 1.0}}, read));
+    EXPECT_FALSE(ValueTraits<Spot>::read(ValueFields{{"row", 1.0}, {"column", "c"}}, read));
     EXPECT_FALSE(ValueTraits<Spot>::read("r", read));
+}
+
+struct Place {
+    String street;
+    double number = 0;
+    bool known = false;
+    static constexpr auto fields =
+        std::tuple{Orv::Field{"street", &Place::street}, Orv::Field{"number", &Place::number},
+                   Orv::Field{"known", &Place::known}};
+};
+
+TEST(ValueTraits, EveryFieldOfACompositeHasToFit) {
+    const auto place = [](Value street, Value number, Value known) {
+        return Value(ValueFields{{"street", std::move(street)},
+                                 {"number", std::move(number)},
+                                 {"known", std::move(known)}});
+    };
+    Place read;
+
+    EXPECT_FALSE(ValueTraits<Place>::read(place(1.0, 7.0, true), read));
+    EXPECT_FALSE(ValueTraits<Place>::read(place("Elm", "7", true), read));
+    EXPECT_FALSE(ValueTraits<Place>::read(place("Elm", 7.0, 1.0), read));
+    EXPECT_TRUE(ValueTraits<Place>::read(place("Elm", 7.0, true), read));
+    EXPECT_EQ(read.street, "Elm");
+    EXPECT_EQ(read.number, 7);
+    EXPECT_TRUE(read.known);
 }
 
 struct Proof {
@@ -234,6 +261,9 @@ TEST_F(Reflection, KnowsTheKindsOfKeysAndValues) {
     EXPECT_TRUE(at("user").valueKind().reference());
     EXPECT_TRUE(at("part").keyKind().string());
     EXPECT_TRUE(at("part").valueKind().absent());
+    EXPECT_TRUE(at("size").keyKind().absent());
+    EXPECT_TRUE(at("line").keyKind().absent());
+    EXPECT_TRUE(at("line").valueKind().absent());
 }
 
 // Writing.
