@@ -18,12 +18,16 @@ usage: ./do VERB
                            journals
   coverage                 build with clang++ 19, run the tests of the library, and show which of its
                            lines, branches and conditions they miss
+  fuzz [TARGET] [--seconds N] [--keep]
+                           build, then let a fuzzer look for bytes that show a fault, N seconds
+                           long (60); TARGET: journal or entities (both, at the same time); --keep:
+                           take what it found into the tree, as few files as say as much
   format [--check]         format the sources; --check only tells what is not formatted
   lint [--all]             clang-tidy over the library and the program; --all: over tests, too
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
   install --deb            build, then make the Debian packages in build/release/packages
 
-Presets: release (default), debug, clang, clang-release, thread.
+Presets: release (default), debug, clang, clang-release, thread, fuzz.
 END
 }
 
@@ -76,7 +80,7 @@ need_to_build() {
     for preset; do
         case $preset in
         coverage) compilers="$compilers clang-19 libclang-rt-19-dev llvm-19 python3" ;;
-        *clang*) compilers="$compilers clang libclang-rt-14-dev" ;;
+        *clang* | fuzz) compilers="$compilers clang libclang-rt-14-dev" ;;
         *) compilers="$compilers g++" ;;
         esac
     done
@@ -98,8 +102,8 @@ build() {
 
 known_preset() {
     case $1 in
-    release | debug | clang | clang-release | thread) ;;
-    *) fail "no preset '$1'; there are release, debug, clang, clang-release and thread" ;;
+    release | debug | clang | clang-release | thread | fuzz) ;;
+    *) fail "no preset '$1'; there are release, debug, clang, clang-release, thread and fuzz" ;;
     esac
 }
 
@@ -128,6 +132,58 @@ determinism() {
         build/clang-release/stagemgr >&2
 }
 
+# fuzz TARGET SECONDS: one fuzzed program, on what the tree has and what earlier runs found. What it
+# tells goes to build/fuzz/TARGET.log; of that, the end is shown.
+fuzz() {
+    found=build/fuzz/found/$1
+    log=build/fuzz/$1.log
+    mkdir -p "$found"
+    # A schedule that counts every feature of every run takes twice as long as the runs themselves.
+    options="-max_len=1024 -entropic=0"
+    [ "$1" != journal ] || options="-max_len=8192 -entropic=0 -dict=tests/fuzz/journal.dict"
+    started=$(date +%s)
+    code=0
+    # shellcheck disable=SC2086  # a list of words
+    env ASAN_OPTIONS=strict_string_checks=1:malloc_context_size=8:quarantine_size_mb=32 \
+        UBSAN_OPTIONS=print_stacktrace=1 \
+        build/fuzz/tests/fuzz/fuzz-$1 -max_total_time="$2" -timeout=25 -rss_limit_mb=2048 \
+        -print_final_stats=1 -artifact_prefix="$PWD/build/fuzz/$1-" $options \
+        "$found" "tests/fuzz/corpus/$1" > "$log" 2>&1 || code=$?
+    if [ "$code" -eq 0 ]; then
+        say "fuzz-$1: nothing found in $(($(date +%s) - started)) s; $(
+            sed -n 's/^#[0-9]*.*DONE *\(cov: [0-9]*\).*/\1/p' "$log"), $(
+            sed -n 's/^stat::number_of_executed_units: *//p' "$log") executions, $(
+            sed -n 's/^stat::average_exec_per_sec: *//p' "$log") a second"
+        return 0
+    fi
+    tail -n 60 "$log" >&2
+    artifact=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
+    say "fuzz-$1 ended with status $code; all that it told is in $log"
+    [ -z "$artifact" ] || say "the bytes are in $artifact; to see what they do:
+    FUZZ_SHOW=1 build/fuzz/tests/fuzz/fuzz-$1 $artifact"
+    return 1
+}
+
+# fuzz_all SECONDS TARGET...: at the same time; failed_targets is those that found something.
+fuzz_all() {
+    seconds=$1
+    shift
+    build fuzz || {
+        failed_targets=$*
+        return 0
+    }
+    say "fuzzing $* for $seconds s"
+    for target; do
+        rm -f "build/fuzz/$target.failed"
+        { fuzz "$target" "$seconds" || : > "build/fuzz/$target.failed"; } &
+    done
+    wait
+    failed_targets=
+    for target; do
+        [ ! -e "build/fuzz/$target.failed" ] || failed_targets="$failed_targets $target"
+    done
+}
+
 # count ATTRIBUTE FILE: a number from the first element of a JUnit report, 0 where there is none.
 count() {
     number=$(sed -n '1,20p' "$2" 2> /dev/null | tr '\n\t' '  ' |
@@ -143,6 +199,7 @@ do_test() {
         -*) fail "test has no option '$argument'; there is --quick" ;;
         *)
             known_preset "$argument"
+            [ "$argument" != fuzz ] || fail "the fuzzed programs are no tests; use ./do fuzz"
             presets="$presets $argument"
             ;;
         esac
@@ -197,6 +254,14 @@ do_test() {
             say "the builds differ, which counts as one failure"
             failed=$((failed + 1))
         fi
+        need_to_build fuzz
+        fuzz_all 60 journal entities
+        for target in journal entities; do
+            case " $failed_targets " in
+            *" $target "*) failed=$((failed + 1)) ;;
+            *) passed=$((passed + 1)) ;;
+            esac
+        done
     fi
 
     echo "$passed passed, $failed failed"
@@ -240,6 +305,52 @@ do_coverage() {
     done
     python3 tests/coverage/table.py . tests/coverage/exclusions.txt tests/coverage/conditions.txt \
         "$counts"/*.json
+}
+
+do_fuzz() {
+    targets=
+    seconds=60
+    keep=
+    while [ $# -gt 0 ]; do
+        case $1 in
+        journal | entities) targets="$targets $1" ;;
+        --seconds)
+            [ $# -ge 2 ] || fail "--seconds needs a number"
+            seconds=$2
+            shift
+            ;;
+        --seconds=*) seconds=${1#--seconds=} ;;
+        --keep) keep=yes ;;
+        *) fail "fuzz has no argument '$1'; there are journal, entities, --seconds N and --keep" ;;
+        esac
+        shift
+    done
+    case $seconds in
+    '' | *[!0-9]* | 0) fail "--seconds needs a number above 0, not '$seconds'" ;;
+    esac
+    targets=${targets:-journal entities}
+    need_to_build fuzz
+    # shellcheck disable=SC2086  # a list of words
+    fuzz_all "$seconds" $targets
+    if [ -n "$keep" ] && [ -z "$failed_targets" ]; then
+        for target in $targets; do keep_found "$target"; done
+    fi
+    [ -z "$failed_targets" ]
+}
+
+# keep_found TARGET: the tree's files and the small ones of those found, as few as reach as much.
+keep_found() {
+    all=build/fuzz/all/$1
+    small=build/fuzz/small/$1
+    rm -rf "$all" "$small"
+    mkdir -p "$all" "$small"
+    find "tests/fuzz/corpus/$1" "build/fuzz/found/$1" -type f -size -5 -exec cp {} "$all" \;
+    "build/fuzz/tests/fuzz/fuzz-$1" -merge=1 -timeout=25 "$small" "$all" \
+        > "build/fuzz/$1-merge.log" 2>&1 ||
+        fail "could not choose among what was found; see build/fuzz/$1-merge.log"
+    find "tests/fuzz/corpus/$1" -type f -exec rm -f {} +
+    find "$small" -type f -exec cp {} "tests/fuzz/corpus/$1" \;
+    say "tests/fuzz/corpus/$1 has $(find "$small" -type f | wc -l) files now"
 }
 
 do_format() {
@@ -319,7 +430,7 @@ do_install() {
 verb=${1:-}
 [ $# -eq 0 ] || shift
 case $verb in
-build | run | test | bench | conformance | coverage | format | lint | install) "do_$verb" "$@" ;;
+build | run | test | bench | conformance | coverage | fuzz | format | lint | install) "do_$verb" "$@" ;;
 help | -h | --help) usage ;;
 '')
     usage >&2

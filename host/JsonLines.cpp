@@ -238,7 +238,7 @@ void JsonLines::onEnd(double t, const Tree& tree) {
     State state(text_);
     // The root itself has no path.
     state.below(*tree.root(), tree.root()->info(), "");
-    state.object(*tree.manager(), "/sm");
+    if (tree.manager()) state.object(*tree.manager(), "/sm");
     text_ += '}';
     end();
     flush();

@@ -139,18 +139,25 @@ Tree::Tree() {
     Stage::registerModelTypes();
     root_ = Orv::make<Orv::Dir>();
     stageDir_ = root_->subdirIs("stage");
-    const Orv::Ptr<Orv::Dir> inputDir = root_->subdirIs("input");
+    inputDir_ = root_->subdirIs("input");
     agentStatusDir_ = root_->subdirIs("agentstatus");
     enableDir_ = root_->subdirIs("enable");
     globalConfig_ = Orv::make<Stage::StageGlobalConfig>("global");
     root_->entryIs(globalConfig_);
     fatalError_ = Orv::make<Stage::FatalError>("fatalerror");
     root_->entryIs(fatalError_);
-    manager_ = Stage::stageMgrStageClassDirSmFactory(stageDir_, inputDir, agentStatusDir_,
-                                                     enableDir_, globalConfig_, fatalError_);
+    start();
 }
 
 Tree::~Tree() = default;
+
+void Tree::stop() { manager_ = nullptr; }
+
+void Tree::start() {
+    if (manager_) return;
+    manager_ = Stage::stageMgrStageClassDirSmFactory(stageDir_, inputDir_, agentStatusDir_,
+                                                     enableDir_, globalConfig_, fatalError_);
+}
 
 Object Tree::find(std::string_view path) const { return find(pathNames(path)); }
 

@@ -35,13 +35,17 @@ class Tree {
     Tree(const Tree&) = delete;
     Tree& operator=(const Tree&) = delete;
 
+    // Drops the manager, and leaves the entities as they are; makes another one on what is there.
+    void stop();
+    void start();
+
     const Orv::Ptr<Orv::Dir>& root() const { return root_; }
     const Orv::Ptr<Orv::Dir>& stageDir() const { return stageDir_; }
     const Orv::Ptr<Orv::Dir>& enableDir() const { return enableDir_; }
     const Orv::Ptr<Orv::Dir>& agentStatusDir() const { return agentStatusDir_; }
     const Orv::Ptr<Stage::StageGlobalConfig>& globalConfig() const { return globalConfig_; }
     const Orv::Ptr<Stage::FatalError>& fatalError() const { return fatalError_; }
-    // What stands at /sm.
+    // What stands at /sm; null while stopped.
     const Orv::Ptr<Orv::PtrInterface>& manager() const { return manager_; }
 
     // The entity, directory or reactor that stands there, or null. Raises PathError for what cannot
@@ -71,6 +75,7 @@ class Tree {
 
     Orv::Ptr<Orv::Dir> root_;
     Orv::Ptr<Orv::Dir> stageDir_;
+    Orv::Ptr<Orv::Dir> inputDir_;
     Orv::Ptr<Orv::Dir> enableDir_;
     Orv::Ptr<Orv::Dir> agentStatusDir_;
     Orv::Ptr<Stage::StageGlobalConfig> globalConfig_;

@@ -15,7 +15,7 @@ class Invariants {
   public:
     using Report = std::function<void(const std::string& broken)>;
 
-    // The tree must outlive this.
+    // The tree must outlive this; its manager may be made anew meanwhile.
     Invariants(const Host::Tree& tree, Report report);
 
     // The manager has written a line to an instance's log; its handler is still running. A stage
@@ -43,8 +43,10 @@ class Invariants {
     void onInstance(const std::string& path, const Orv::Name& name,
                     const Stage::InstanceStatusSm& instance, const Stage::StageMgr& manager);
 
+    // Null while there is none.
+    const Stage::StageMgrStageClassDirSm* top() const;
+
     const Host::Tree& tree_;
-    const Stage::StageMgrStageClassDirSm& top_;
     Report report_;
     bool rebootAsked_ = false;
     bool cutOff_ = false;

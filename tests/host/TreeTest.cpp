@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "host/Inputs.h"
 #include "host/JsonLines.h"
 #include "host/Replay.h"
+#include "runtime/ActivityManager.h"
 #include "tests/host/Journals.h"
 
 namespace Host {
@@ -103,6 +105,29 @@ TEST_F(TreeTest, AnEntityThatLeftIsNotMistakenForTheOneInItsPlace) {
 
     EXPECT_EQ(typeAt("/input/boot/disk/event/new"), "Stage::EventConfig");
     EXPECT_EQ(typeAt("/input/boot/disk/event/mount"), "nothing");
+}
+
+TEST(TreeTests, AManagerCanBeDroppedAndMadeAnewOnTheSameEntities) {
+    Orv::ActivityManager activities;
+    const Orv::ActivityScope scope(activities);
+    Tree tree;
+    View view;
+    FeedObserver observer(view);
+    Inputs inputs(tree, observer);
+    for (const std::string& line : bootClass() + agent("disk", "mount", 5))
+        inputs.apply(parseInput(line, 0));
+    EXPECT_TRUE(tree.find("/sm/stageMgr/boot"));
+
+    tree.stop();
+    EXPECT_FALSE(tree.find("/sm"));
+    EXPECT_FALSE(tree.find("/sm/stageMgr/boot"));
+    EXPECT_TRUE(tree.find("/stage/boot/status/stage/mount"));
+
+    tree.start();
+    EXPECT_TRUE(tree.find("/sm/stageMgr/boot"));
+    const Orv::Ptr<Orv::PtrInterface> manager = tree.manager();
+    tree.start();
+    EXPECT_EQ(tree.manager(), manager) << "there is one already";
 }
 
 }  // namespace
