@@ -139,7 +139,7 @@ fuzz() {
     log=build/fuzz/$1.log
     mkdir -p "$found"
     # A schedule that counts every feature of every run takes twice as long as the runs themselves.
-    options="-max_len=1024 -entropic=0"
+    options="-max_len=400 -entropic=0"
     [ "$1" != journal ] || options="-max_len=8192 -entropic=0 -dict=tests/fuzz/journal.dict"
     started=$(date +%s)
     code=0

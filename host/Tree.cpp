@@ -149,7 +149,16 @@ Tree::Tree() {
     start();
 }
 
-Tree::~Tree() = default;
+Tree::~Tree() {
+    stop();
+    // An entity may refer to a directory that it stands in, and each would keep the other.
+    std::vector<Orv::Name> names;
+    for (const auto& [name, entry] : root_->entries()) names.push_back(name);
+    for (const Orv::Name& name : names) {
+        root_->subdirDel(name);
+        root_->entryDel(name);
+    }
+}
 
 void Tree::stop() { manager_ = nullptr; }
 

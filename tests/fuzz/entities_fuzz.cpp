@@ -31,7 +31,7 @@ namespace {
 using fuzz::Operation;
 
 // More says nothing that less would not, and takes long.
-constexpr std::size_t mostOperations = 300;
+constexpr std::size_t mostOperations = 120;
 
 // Calls back for whatever changes in the trees, own changes included, and for what reaches the
 // world outside, right when it does.

@@ -130,5 +130,25 @@ TEST(TreeTests, AManagerCanBeDroppedAndMadeAnewOnTheSameEntities) {
     EXPECT_EQ(tree.manager(), manager) << "there is one already";
 }
 
+TEST(TreeTests, ReleasesEntitiesThatReferToADirectoryAboveThemselves) {
+    Orv::ActivityManager activities;
+    const Orv::ActivityScope scope(activities);
+    Orv::Ptr<Orv::Dir> stages;
+    {
+        Tree tree;
+        stages = tree.stageDir();
+        View view;
+        FeedObserver observer(view);
+        Inputs inputs(tree, observer);
+        for (
+            const std::string& line :
+            bootClass() +
+                R"({"op":"set","path":"/stage/boot/config/config","attr":"agentDir","value":"/stage"})")
+            inputs.apply(parseInput(line, 0));
+    }
+    EXPECT_TRUE(stages->entries().empty());
+    EXPECT_EQ(stages->references(), 1u);
+}
+
 }  // namespace
 }  // namespace Host
