@@ -152,9 +152,7 @@ Tree::Tree() {
 Tree::~Tree() {
     stop();
     // An entity may refer to a directory that it stands in, and each would keep the other.
-    std::vector<Orv::Name> names;
-    for (const auto& [name, entry] : root_->entries()) names.push_back(name);
-    for (const Orv::Name& name : names) {
+    for (const Orv::Name name : root_->entries().walked()) {
         root_->subdirDel(name);
         root_->entryDel(name);
     }
