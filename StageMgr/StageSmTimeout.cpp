@@ -25,8 +25,7 @@ void StageSm::handleStageUncompleted() {
 
     // For every stage whose time is up, on purpose, critical ones that are not complete included.
     logIs(Orv::concat({"stage ", stageName(), " is complete (timeout)"}));
-    // Whoever was told of the line may have completed it after all.
-    if (retired() || complete_) return;
+    if (retired()) return;
 
     if (!stage_->critical() || mainSm_->continueOnTimeout()) {
         logIs(Orv::concat({"stage ", stageName(), " timed out but will continue on"}));

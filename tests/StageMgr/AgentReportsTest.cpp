@@ -9,7 +9,6 @@ namespace {
 using namespace StageTest;
 using ::testing::Contains;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 bool recorded(const StageClass& world, const Stage::AgentStatusKey& key) {
     return world.agentStatusLocal()->complete().contains(key);

@@ -10,7 +10,6 @@ namespace {
 
 using namespace StageTest;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 using Orv::Ptr;

@@ -11,10 +11,8 @@
 namespace {
 
 using namespace StageTest;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 using Orv::Ptr;
 

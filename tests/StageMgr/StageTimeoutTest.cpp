@@ -269,6 +269,23 @@ TEST(StageTimeout, AStageWhoseReportsCameBeforeItStartedHasNone) {
     EXPECT_EQ(world.armedTimers(), 0u);
 }
 
+TEST(StageTimeout, OfAStageThatIsCompletedWhileItsLineIsToldGoesOnAllTheSame) {
+    World world;
+    world.agent("fan").event("early", {.timeout = 30});
+    world.enable("boot");
+    world.settle();
+    world.when("early is complete (timeout)", [&] { world.agent("fan").report("early", "boot"); });
+
+    world.advance(30);
+
+    EXPECT_EQ(world.log("boot"),
+              Lines({"app stages started", "stage early started", "  event early:fan started",
+                     "stage early is complete (timeout)", "  event early:fan completed",
+                     "stage early is complete", "stage early timed out but will continue on",
+                     "app stages complete"}));
+    EXPECT_TRUE(world.stageSm("boot", "early")->timedOut());
+}
+
 TEST(StageTimeout, EachInstanceHasItsOwn) {
     World world;
     world.agent("fan").event("early", {.timeout = 30});

@@ -17,6 +17,7 @@
 #include "host/Journal.h"
 #include "host/JsonLines.h"
 #include "host/Replay.h"
+#include "tests/conformance/Campaign.h"
 #include "tests/conformance/Invariants.h"
 #include "tests/conformance/JournalText.h"
 
@@ -162,7 +163,7 @@ std::string libraryBehaviourApart(const std::vector<Line>& lines, States states,
         dup2(ends[1], STDERR_FILENO);
         const rlimit none{};
         setrlimit(RLIMIT_CORE, &none);
-        alarm(patience);
+        endAfter(patience);
         writeAll(ends[1], runLibrary(lines, states, ends[1]));
         _exit(0);
     }

@@ -29,7 +29,7 @@ Behaviour modelBehaviour(const std::vector<Line>& lines, States states);
 std::string libraryBehaviour(const std::vector<Line>& lines, States states);
 
 // The same in a process of its own: how that ended, if not well, stands at the end, with what it
-// wrote to standard error. It is ended after `patience` seconds.
+// wrote to standard error. It is ended after `patience` seconds of processor time.
 std::string libraryBehaviourApart(const std::vector<Line>& lines, States states,
                                   unsigned patience = 10);
 

@@ -2,6 +2,7 @@
 
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,9 +63,9 @@ void work(const Campaign& campaign, Board& board, std::size_t job) {
         if (taken >= campaign.seeds) return;
         const std::uint64_t seed = campaign.first + taken;
         board.underWay[job] = seed;
-        alarm(campaign.patience);
+        endAfter(campaign.patience);
         const Verdict verdict = campaign.judge(seed);
-        alarm(0);
+        endAfter(0);
         board.underWay[job] = nothing;
         if (!verdict.agrees) board.differs(seed);
         board.lines += verdict.lines;
@@ -93,6 +94,11 @@ pid_t start(const Campaign& campaign, Board& board, std::size_t job) {
 }
 
 }  // namespace
+
+void endAfter(unsigned seconds) {
+    const itimerval limit{{}, {static_cast<time_t>(seconds), 0}};
+    setitimer(ITIMER_PROF, &limit, nullptr);
+}
 
 Result run(const Campaign& campaign) {
     const SharedBoard board = makeBoard();

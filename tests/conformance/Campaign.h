@@ -31,7 +31,7 @@ struct Campaign {
     // Asked in one of the processes, for each seed once. Whatever ends the process counts as a
     // difference of the seed.
     std::function<Verdict(std::uint64_t seed)> judge;
-    // Seconds that one seed may take.
+    // Seconds of processor time that one seed may take: a machine that is busy says nothing of it.
     unsigned patience = 60;
     // Told now and then.
     std::function<void(const Count&)> progress;
@@ -46,5 +46,8 @@ struct Result {
 };
 
 Result run(const Campaign& campaign);
+
+// Ends this process once it has used that much processor time from now on, in seconds; 0: never.
+void endAfter(unsigned seconds);
 
 }  // namespace conformance
