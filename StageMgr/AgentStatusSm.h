@@ -30,6 +30,8 @@ class ORV_API AgentStatusSm final : public Orv::Reactor {
     // Watches another entity instead; what is there is looked at at once.
     void agentStatusIs(Orv::Ptr<const AgentStatus> agentStatus);
     bool initialized() const { return initialized_; }
+    // While false, the handlers that need what the constructor sets up return at once.
+    void initializedIs(bool initialized) { initialized_ = initialized; }
 
     void handleInitialized();
     void handleStageRequest();

@@ -171,15 +171,13 @@ void ConfigSm::handleStatus() {
     status->stage().walk([&](Orv::Name stage) {
         if (!retired()) stageStatusIs(status->stage(stage));
     });
-    stageStatus_.map().walk([&](Orv::Name stage) {
-        if (!status->stage().contains(stage)) stageStatusDel(stage);
-    });
 }
 
 void ConfigSm::handleStage(Orv::Name stage) {
     TRACE(8, " stage=", stage);
     stageStatus_.map().walk([&](Orv::Name other) {
-        if (const Orv::Ptr<OrvStageStatus> reactor{stageStatus(other)}) reactor->handleStage(stage);
+        const Orv::Ptr<OrvStageStatus> reactor{stageStatus(other)};
+        reactor->handleStage(stage);
     });
 }
 

@@ -42,6 +42,8 @@ class ORV_API ConfigSm final : public Orv::Reactor {
     const Orv::Ptr<Status>& status() const { return status_.ptr(); }
     const Orv::Ptr<Orv::Dir>& agentDir() const { return agentDir_.ptr(); }
     bool initialized() const { return initialized_; }
+    // While false, the handlers that need what the constructor sets up return at once.
+    void initializedIs(bool initialized) { initialized_ = initialized; }
     const Orv::Children<Orv::Name, AgentStatusSm>& agentStatusSm() const { return agentStatusSm_; }
     // Borrowed; null when there is none.
     OrvAgentConfig* agentConfig(const Orv::Name& agent) const { return agentConfig_.find(agent); }
@@ -88,21 +90,18 @@ class ORV_API ConfigSm final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onStage(Orv::Name stage) override { sm().handleStatus(stage); }
-        void onStage(Orv::Immediate) override { sm().handleStatus(); }
     };
 
     class OrvAgentDir final : public Orv::Watch<Orv::Dir, ConfigSm> {
       public:
         using Watch::Watch;
         void onEntityPtr(Orv::Name name) override { sm().handleAgent(name); }
-        void onEntityPtr(Orv::Immediate) override { sm().handleAgent(); }
     };
 
     class OrvAgentStatusDir final : public Orv::Watch<Orv::Dir, ConfigSm> {
       public:
         using Watch::Watch;
         void onEntityPtr(Orv::Name name) override { sm().handleAgentStatus(name); }
-        void onEntityPtr(Orv::Immediate) override { sm().handleAgentStatus(); }
     };
 
     // One stage on the way of a change of criticality: the stages that it depends on are told one
@@ -151,7 +150,6 @@ class ORV_API ConfigSm::OrvAgentConfig final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onEvent(Orv::Name stage) override { sm().handleEvent(stage); }
-        void onEvent(Orv::Immediate) override { sm().handleEvent(); }
     };
 
     void dismantle() override {
@@ -211,12 +209,11 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onEvent(Orv::String agent) override { sm().handleEvent(agent); }
-        void onEvent(Orv::Immediate) override { sm().handleEvent(); }
         void onDependency(Orv::String stage) override { sm().handleDependency(stage); }
     };
 
     void dismantle() override;
-    bool unwanted() const override { return stageStatus_ && stageStatus_->left(); }
+    bool unwanted() const override { return stageStatus_->left(); }
     void criticalUpdate();
 
     ConfigSm* configSm_;
@@ -245,7 +242,6 @@ class ORV_API ConfigSm::OrvEventConfig final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onDependency(Orv::String stage) override { sm().handleDependency(stage); }
-        void onDependency(Orv::Immediate) override { sm().handleDependency(); }
         void onTimeout() override { sm().handleTimeout(); }
         void onCritical() override { sm().handleCritical(); }
     };

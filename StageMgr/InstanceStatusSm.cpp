@@ -104,7 +104,7 @@ bool InstanceStatusSm::stageComplete(const Orv::Name& stage) const {
 }
 
 void InstanceStatusSm::logIs(Orv::String line) {
-    if (logSm_ && !retired()) logSm_->logIs(std::move(line));
+    if (logSm_) logSm_->logIs(std::move(line));
 }
 
 Orv::Ptr<InstanceStatusSm> instanceStatusSmFactory(

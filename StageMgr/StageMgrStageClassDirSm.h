@@ -35,6 +35,8 @@ class ORV_API StageMgrStageClassDirSm final : public Orv::Reactor {
                             Orv::Ptr<FatalError> fatalErrorRequest);
 
     bool initialized() const { return initialized_; }
+    // While false, the handlers that need what the constructor sets up return at once.
+    void initializedIs(bool initialized) { initialized_ = initialized; }
     const Orv::Ptr<AvailableStageSubPaths>& availableStageSubPath() const {
         return availableStageSubPath_.ptr();
     }
@@ -48,6 +50,7 @@ class ORV_API StageMgrStageClassDirSm final : public Orv::Reactor {
     void stageInputDirIs(Orv::Ptr<Orv::Dir> stageInputDir);
     void stageAgentStatusDirIs(Orv::Ptr<const Orv::Dir> stageAgentStatusDir);
     void stageEnableConfigDirIs(Orv::Ptr<const Orv::Dir> stageEnableConfigDir);
+    // Except this, on purpose: only a class that is published from now on is made.
     void availableStageSubPathIs(Orv::Ptr<AvailableStageSubPaths> availableStageSubPath);
 
     // Refused with NameInUseError when one exists with other arguments.
@@ -102,8 +105,6 @@ class ORV_API StageMgrStageClassDirSm final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onStageSubPath(Orv::Name name) override { sm().handleStageSubPath(name); }
-        // Nothing, on purpose: only a class that is published now is made.
-        void onStageSubPath(Orv::Immediate) override {}
     };
 
     // The top-level places of a class; those that are missing are null.

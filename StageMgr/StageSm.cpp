@@ -137,7 +137,6 @@ void handleEventStart(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
     // Whoever was told of the line may have taken the event out of the stage.
     if (stageSm.retired() || (stood && !stands())) return;
     stageSm.pendingEventIs(event);
-    if (stageSm.retired()) return;
     stageSm.maybeAddAutoCompleteSm(event);
 }
 
@@ -157,7 +156,6 @@ void StageSm::handleEventDel(Orv::String agent) {
     }
     TRACE(9, "Incomplete event being added to pending events ", name);
     pendingEventIs(event);
-    if (retired()) return;
     maybeAddAutoCompleteSm(event);
 }
 
@@ -220,8 +218,7 @@ void StageSm::handlePendingEvent() {
     if (timedOut_) {
         TRACE(0, "stage ", stageName(), " completed, but had previously timed out, instanceName ",
               instanceName_);
-        if (stage_->critical() && mainSm_ != nullptr)
-            stageCompleteAfterTimeout.log(mainSm_->application(), stageName());
+        if (stage_->critical()) stageCompleteAfterTimeout.log(mainSm_->application(), stageName());
         if (retired()) return;
     }
     stageUncompleted_.timeMinIs(Orv::never);

@@ -58,6 +58,8 @@ class ORV_API StageSm final : public Orv::Reactor {
     // Seconds of Orv::System; 0.0 until complete.
     double completionTime() const { return completionTime_; }
     bool initialized() const { return initialized_; }
+    // While false, the handlers that need what the constructor sets up return at once.
+    void initializedIs(bool initialized);
     // When the stage's time is up; Orv::never when nothing is waited for.
     double timeMin() const { return stageUncompleted_.timeMin(); }
 
@@ -105,7 +107,6 @@ class ORV_API StageSm final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onEvent(Orv::String agent) override { sm().handleEvent(agent); }
-        void onEvent(Orv::Immediate) override { sm().handleEvent(); }
     };
 
     class OrvAgentStatusLocal final : public Orv::Watch<AgentStatusLocal, StageSm> {
@@ -139,7 +140,6 @@ class ORV_API StageSm final : public Orv::Reactor {
           public:
             using Watch::Watch;
             void onComplete(Orv::String instance) override { sm().handleComplete(instance); }
-            void onComplete(Orv::Immediate) override { sm().handleComplete(); }
         };
 
         void dismantle() override {
@@ -163,7 +163,6 @@ class ORV_API StageSm final : public Orv::Reactor {
     void completeIs(bool complete);
     void timedOutIs(bool timedOut);
     void completionTimeIs(double seconds);
-    void initializedIs(bool initialized);
 
     Orv::String instanceName_;
     Orv::Ptr<LogSm> logSm_;

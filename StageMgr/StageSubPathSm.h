@@ -23,6 +23,8 @@ class ORV_API StageSubPathSm final : public Orv::Reactor {
                                                               "availableStageSubPath"};
     const Orv::Name& name() const { return name_; }
     bool initialized() const { return initialized_; }
+    // While false, the handlers that need what the constructor sets up return at once.
+    void initializedIs(bool initialized) { initialized_ = initialized; }
     // Watches another directory instead; what is there is looked at at once.
     void stageClassDirIs(Orv::Ptr<const Orv::Dir> stageClassDir);
 
