@@ -25,7 +25,7 @@ FOLDERS = ("runtime/", "model/", "StageMgr/")
 EXPANSION = 1  # of the kinds of regions
 
 
-class Missing(collections.namedtuple("Missing", "file line text what")):
+class Missing(collections.namedtuple("Missing", "file line column text what")):
     """Something that was not run; `what` as in the lists."""
 
     def entry(self):
@@ -120,19 +120,19 @@ def missing_in(file, lines, branches, conditions, sources):
     run, shown = [], []
     for line, count in sorted(lines.items()):
         if count == 0:
-            run.append(Missing(file, line, sources.text(file, line), "line"))
+            run.append(Missing(file, line, 1, sources.text(file, line), "line"))
     number = collections.Counter()
-    for (_, line, *_), counts in branches:
+    for (_, line, column, *_), counts in branches:
         number[line] += 1
         for side, count in zip(("true", "false"), counts):
             if count == 0 and lines.get(line) != 0:
                 what = side if number[line] == 1 else f"{number[line]}.{side}"
-                run.append(Missing(file, line, sources.text(file, line), what))
-    for (_, line, *_), counts in conditions:
+                run.append(Missing(file, line, column, sources.text(file, line), what))
+    for (_, line, column, *_), counts in conditions:
         for i, count in enumerate(counts):
             if count == 0:
                 what = f"condition {i + 1}"
-                shown.append(Missing(file, line, sources.text(file, line), what))
+                shown.append(Missing(file, line, column, sources.text(file, line), what))
     return run, shown
 
 
@@ -159,7 +159,7 @@ def judge(title, missing, path):
     for one in missing:
         known = one.entry() in listed
         faults += not known
-        print(f"  {one.file}:{one.line}: {one.what}: {one.text}" + ("   (listed)" if known else ""))
+        print(f"  {one.file}:{one.line}:{one.column}: {one.what}: {one.text}" + ("   (listed)" if known else ""))
     found = {one.entry() for one in missing}
     for entry, number in listed.items():
         if entry not in found:
