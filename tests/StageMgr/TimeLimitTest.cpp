@@ -193,6 +193,18 @@ TEST_F(TimeLimit, TakesTheNearestFloat) {
     }
 }
 
+// Only after one that is no number does a negative limit count at all.
+TEST_F(TimeLimit, TakesTheNearestFloatBelowZeroToo) {
+    const double least = std::numeric_limits<float>::lowest();
+    const double ulp = 0x1p104;
+    becomes("fan", std::numeric_limits<double>::quiet_NaN());
+
+    becomes("disk", least - ulp / 4);
+    EXPECT_EQ(limit(), least);
+    becomes("disk", least - ulp / 2);
+    EXPECT_EQ(limit(), -inf);
+}
+
 // --- numbers that are no durations --------------------------------------------------------------
 
 TEST_F(TimeLimit, OfNegativeEventsIsZero) {

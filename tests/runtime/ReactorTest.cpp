@@ -509,6 +509,22 @@ class BeingMade : public ReactorTest {
     Children<Name, MadeSm> children;
 };
 
+TEST_F(BeingMade, ASingleChildThatIsNotNeededByThenLeavesTheOldOne) {
+    SingleChild<MadeSm> single;
+    const auto singleIs = [&](const std::function<void(MadeSm&)>& act) {
+        return single.is(*parent, std::tuple(String("another")),
+                         [&] { return make<MadeSm>(parent.get(), needed, act); });
+    };
+    const Ptr<MadeSm> old = singleIs([](MadeSm&) {});
+    ASSERT_EQ(single.get(), old.get());
+
+    const Ptr<MadeSm> fresh = singleIs([&](MadeSm&) { needed = false; });
+
+    EXPECT_TRUE(fresh->retired());
+    EXPECT_EQ(single.get(), old.get());
+    EXPECT_FALSE(old->retired());
+}
+
 TEST_F(BeingMade, AReactorCountsAsRetiredOnceItsOwnerIs) {
     bool before = true;
     bool after = false;
