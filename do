@@ -27,7 +27,7 @@ usage: ./do VERB
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
   install --deb            build, then make the Debian packages in build/release/packages
 
-Presets: release (default), debug, clang, clang-release, thread, fuzz.
+Presets: release (default), debug, clang, clang-release, thread.
 END
 }
 
@@ -80,7 +80,7 @@ need_to_build() {
     for preset; do
         case $preset in
         coverage) compilers="$compilers clang-19 libclang-rt-19-dev llvm-19 python3" ;;
-        *clang* | fuzz) compilers="$compilers clang libclang-rt-14-dev" ;;
+        *clang*) compilers="$compilers clang libclang-rt-14-dev" ;;
         *) compilers="$compilers g++" ;;
         esac
     done
@@ -102,8 +102,8 @@ build() {
 
 known_preset() {
     case $1 in
-    release | debug | clang | clang-release | thread | fuzz) ;;
-    *) fail "no preset '$1'; there are release, debug, clang, clang-release, thread and fuzz" ;;
+    release | debug | clang | clang-release | thread) ;;
+    *) fail "no preset '$1'; there are release, debug, clang, clang-release and thread" ;;
     esac
 }
 
@@ -146,7 +146,7 @@ fuzz() {
     # shellcheck disable=SC2086  # a list of words
     env ASAN_OPTIONS=strict_string_checks=1:malloc_context_size=8:quarantine_size_mb=32 \
         UBSAN_OPTIONS=print_stacktrace=1 \
-        build/fuzz/tests/fuzz/fuzz-$1 -max_total_time="$2" -timeout=25 -rss_limit_mb=2048 \
+        build/clang/tests/fuzz/fuzz-$1 -max_total_time="$2" -timeout=25 -rss_limit_mb=2048 \
         -print_final_stats=1 -artifact_prefix="$PWD/build/fuzz/$1-" $options \
         "$found" "tests/fuzz/corpus/$1" > "$log" 2>&1 || code=$?
     if [ "$code" -eq 0 ]; then
@@ -160,7 +160,7 @@ fuzz() {
     artifact=$(sed -n 's/.*Test unit written to //p' "$log" | tail -n 1)
     say "fuzz-$1 ended with status $code; all that it told is in $log"
     [ -z "$artifact" ] || say "the bytes are in $artifact; to see what they do:
-    FUZZ_SHOW=1 build/fuzz/tests/fuzz/fuzz-$1 $artifact"
+    FUZZ_SHOW=1 build/clang/tests/fuzz/fuzz-$1 $artifact"
     return 1
 }
 
@@ -168,7 +168,7 @@ fuzz() {
 fuzz_all() {
     seconds=$1
     shift
-    build fuzz || {
+    build clang fuzz || {
         failed_targets=$*
         return 0
     }
@@ -199,7 +199,6 @@ do_test() {
         -*) fail "test has no option '$argument'; there is --quick" ;;
         *)
             known_preset "$argument"
-            [ "$argument" != fuzz ] || fail "the fuzzed programs are no tests; use ./do fuzz"
             presets="$presets $argument"
             ;;
         esac
@@ -215,6 +214,7 @@ do_test() {
     passed=0
     failed=0
     for preset in $presets; do
+        started=$(date +%s)
         if ! build "$preset"; then
             say "$preset does not build, which counts as one failure"
             failed=$((failed + 1))
@@ -242,7 +242,7 @@ do_test() {
             say "ctest ended with status $ended though no test failed, which counts as one failure"
             bad=1
         fi
-        say "$preset: $good passed, $bad failed"
+        say "$preset: $good passed, $bad failed, $(($(date +%s) - started)) s"
         passed=$((passed + good))
         failed=$((failed + bad))
     done
@@ -254,7 +254,6 @@ do_test() {
             say "the builds differ, which counts as one failure"
             failed=$((failed + 1))
         fi
-        need_to_build fuzz
         fuzz_all 60 journal entities
         for target in journal entities; do
             case " $failed_targets " in
@@ -329,7 +328,7 @@ do_fuzz() {
     '' | *[!0-9]* | 0) fail "--seconds needs a number above 0, not '$seconds'" ;;
     esac
     targets=${targets:-journal entities}
-    need_to_build fuzz
+    need_to_build clang
     # shellcheck disable=SC2086  # a list of words
     fuzz_all "$seconds" $targets
     if [ -n "$keep" ] && [ -z "$failed_targets" ]; then
@@ -345,7 +344,7 @@ keep_found() {
     rm -rf "$all" "$small"
     mkdir -p "$all" "$small"
     find "tests/fuzz/corpus/$1" "build/fuzz/found/$1" -type f -size -5 -exec cp {} "$all" \;
-    "build/fuzz/tests/fuzz/fuzz-$1" -merge=1 -timeout=25 "$small" "$all" \
+    "build/clang/tests/fuzz/fuzz-$1" -merge=1 -timeout=25 "$small" "$all" \
         > "build/fuzz/$1-merge.log" 2>&1 ||
         fail "could not choose among what was found; see build/fuzz/$1-merge.log"
     find "tests/fuzz/corpus/$1" -type f -exec rm -f {} +
