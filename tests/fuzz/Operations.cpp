@@ -424,11 +424,34 @@ Operation next(Bytes& bytes, const Host::Tree& tree) {
         case 25:
         case 26:
             operation.kind = Kind::inside;
-            operation.count = 1 + bytes.below(24);
+            operation.change = static_cast<Operation::Change>(bytes.below(6));
+            operation.count = 1 + bytes.below(operation.change == Operation::Change::any ? 24 : 4);
             break;
         default: operation.inputs = anything(bytes, tree); break;
     }
     return operation;
+}
+
+Operation nextInside(Bytes& bytes, const Host::Tree& tree) {
+    const unsigned how = bytes.take();
+    const std::string c = classes[0];
+    const auto one = [](Input input) { return Operation{.inputs = {std::move(input)}}; };
+    switch (how % 16) {
+        case 0: return {.kind = Operation::Kind::restart};
+        case 1: return one(unset("/enable/" + c, "enabled", instances[0]));
+        case 2: return one(unset("/enable/" + c, "enabled", instances[1]));
+        case 3: return one(del(below("/input/" + c, bytes.of(agents))));
+        case 4: return one(del(below("/agentstatus/" + c, bytes.of(agents))));
+        case 5: {
+            const char* const a = bytes.of(agents);
+            return one(unset(below("/input/" + c, a), "event", bytes.of(stages)));
+        }
+        case 6: return one(unset("/stage/" + c + "/status", "stage", bytes.of(stages)));
+        case 7: return one(unset("/stage/" + c + "/status", "instStatus", bytes.of(instances)));
+        case 8: return one(clear("/stage/" + c + "/log", "instanceLog"));
+        case 9: return one(del(pathOf(bytes.of(places), c)));
+        default: return next(bytes, tree);
+    }
 }
 
 }  // namespace fuzz

@@ -39,11 +39,14 @@ struct Operation {
         restart,  // the manager is dropped if there is one, and made if there is none
         inside,   // the operation after this is done inside of a callback: the `count`-th from now
     };
+    // What is called back for.
+    enum class Change { any, scalar, member, entry, line, outside };
 
     Kind kind = Kind::inputs;
     std::vector<Host::Input> inputs{};
     double seconds = 0;
     unsigned count = 0;
+    Change change = Change::any;
 };
 
 // Everything that a class needs, its configuration, and an agent for each of its stages.
@@ -51,5 +54,7 @@ Operation setUp(Bytes& bytes);
 
 // The next operation, which may go by what is in the tree.
 Operation next(Bytes& bytes, const Host::Tree& tree);
+// The same where it is done inside of a callback: more often something is taken away there.
+Operation nextInside(Bytes& bytes, const Host::Tree& tree);
 
 }  // namespace fuzz

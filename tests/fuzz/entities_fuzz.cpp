@@ -29,6 +29,7 @@
 namespace {
 
 using fuzz::Operation;
+using Change = Operation::Change;
 
 // More says nothing that less would not, and takes long.
 constexpr std::size_t mostOperations = 120;
@@ -37,7 +38,7 @@ constexpr std::size_t mostOperations = 120;
 // world outside, right when it does.
 class Watcher final : public Host::View, public Orv::TreeObserver {
   public:
-    std::function<void()> happens = [] {};
+    std::function<void(Change)> happens = [](Change) {};
     std::function<void(const Stage::InstanceLog&)> logged = [](const auto&) {};
     std::function<void(const Orv::Entity&, const Orv::Attribute&)> written = [](const auto&,
                                                                                 const auto&) {};
@@ -65,15 +66,15 @@ class Watcher final : public Host::View, public Orv::TreeObserver {
     }
     void onMessage(double t, const Orv::LogHandle& message, const Orv::String& text) override {
         if (lines_) lines_->onMessage(t, message, text);
-        happens();
+        happens(Change::outside);
     }
     void onWatchdog(double t, const Halbe::HalbeInfo& watchdog) override {
         if (lines_) lines_->onWatchdog(t, watchdog);
-        happens();
+        happens(Change::outside);
     }
     void onPrint(double t, const Orv::String& line) override {
         if (lines_) lines_->onPrint(t, line);
-        happens();
+        happens(Change::outside);
     }
     void onError(double t, const char* what) override {
         if (lines_) lines_->onError(t, what);
@@ -85,17 +86,29 @@ class Watcher final : public Host::View, public Orv::TreeObserver {
     // An assertion has failed; what is kept ends here.
     void flush() override { lines_.reset(); }
 
-    void onScalar(const Orv::Entity&, const Orv::Attribute&) override { happens(); }
+    void onScalar(const Orv::Entity&, const Orv::Attribute&) override { happens(Change::scalar); }
     void onMember(const Orv::Entity&, const Orv::Attribute&, const Orv::Value&) override {
-        happens();
+        happens(Change::member);
     }
-    void onEnqueued(const Orv::Entity&, const Orv::Attribute&) override { happens(); }
-    void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override { happens(); }
+    void onEnqueued(const Orv::Entity&, const Orv::Attribute&) override { happens(Change::line); }
+    void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override { happens(Change::entry); }
 
   private:
     std::ostringstream out_;
     std::optional<Host::JsonLines> lines_;
 };
+
+const char* kindText(Change change) {
+    switch (change) {
+        case Change::any: return "any";
+        case Change::scalar: return "scalar";
+        case Change::member: return "member";
+        case Change::entry: return "entry";
+        case Change::line: return "log line";
+        case Change::outside: return "message, print or watchdog";
+    }
+    return "none";
+}
 
 class Run {
   public:
@@ -118,12 +131,12 @@ class Run {
                 invariants_.onScalar(entity, attribute);
             };
         } else if (fuzz::insideAllowed()) {
-            watcher_.happens = [this] { happens(); };
+            watcher_.happens = [this](Change change) { happens(change); };
         }
         if (how % 8 < 6) perform(fuzz::setUp(bytes_));
         for (; operations_ < mostOperations && goesOn(); ++operations_)
             perform(fuzz::next(bytes_, tree_));
-        watcher_.happens = [] {};
+        watcher_.happens = [](Change) {};
         if (!assertions_.failed()) settle();
         if (!assertions_.failed()) idle();
         if (!assertions_.failed()) stands();
@@ -143,8 +156,9 @@ class Run {
                 if (alone_) break;
                 if (fuzz::shown())
                     fuzz::show(indent() + "inside of callback " + std::to_string(operation.count) +
-                               " from here:");
+                               " of kind " + kindText(operation.change) + " from now:");
                 countdown_ = operation.count;
+                awaited_ = operation.change;
                 break;
             case Kind::restart:
                 if (!alone_) restart();
@@ -241,13 +255,14 @@ class Run {
 
     // --- Inside of callbacks
 
-    void happens() {
+    void happens(Change change) {
+        if (awaited_ != Change::any && awaited_ != change) return;
         if (countdown_ == 0 || --countdown_ > 0 || !goesOn() || operations_ >= mostOperations)
             return;
         ++operations_;
         ++depth_;
         assertions_.excuseInside();
-        perform(fuzz::next(bytes_, tree_));
+        perform(fuzz::nextInside(bytes_, tree_));
         --depth_;
     }
     std::string indent() const { return std::string(depth_ * 4, ' '); }
@@ -305,6 +320,7 @@ class Run {
     std::size_t operations_ = 0;
     std::size_t depth_ = 0;
     unsigned countdown_ = 0;
+    Change awaited_ = Change::any;
     std::vector<Host::Input> done_;
 };
 
