@@ -312,6 +312,73 @@ TEST_F(StatusReactor, WithoutAStatusHasNothingToReadAll) {
     EXPECT_DEATH(reactor().handleComplete(), "agentStatus\\(\\)");
 }
 
+TEST_F(StatusReactor, IsNotMadeToLookAtTheSameStatusAgain) {
+    world.agent("fan").report("late", "boot");
+    world.agent("fan").event("late");
+
+    reactor().agentStatusIs(reactor().agentStatus());
+
+    EXPECT_FALSE(recorded(world, {"fan", "late", "boot"})) << "the report came too early to count";
+}
+
+TEST_F(StatusReactor, ThatGoesWhileItRegistersTheAgentWritesNothingMore) {
+    world.agent("net").report("other", "boot");
+    world.when("+ /input/app/net", [&] { world.configSm()->agentStatusSmDel("net"); });
+
+    world.agent("net").request("late", 5);
+
+    ASSERT_NE(world.agent("net").config(), nullptr);
+    EXPECT_FALSE(world.agent("net").config()->createdOnStageRequest());
+    EXPECT_THAT(world.agent("net").config()->event(), IsEmpty());
+}
+
+TEST_F(StatusReactor, ThatGoesWhileItMarksARegistrationAddsNoEvent) {
+    world.agent("net").report("other", "boot");
+    world.when("net/createdOnStageRequest", [&] { world.configSm()->agentStatusSmDel("net"); });
+
+    world.agent("net").request("late", 5);
+
+    ASSERT_NE(world.agent("net").config(), nullptr);
+    EXPECT_TRUE(world.agent("net").config()->createdOnStageRequest());
+    EXPECT_THAT(world.agent("net").config()->event(), IsEmpty());
+}
+
+TEST_F(StatusReactor, ThatGoesWhileItAddsAnEventLeavesItsLimitAndLooksNoFurther) {
+    const Orv::Ptr<Stage::AgentStatusSm> held(&reactor());
+    const auto other = Orv::make<Stage::AgentStatus>("fan");
+    other->stageRequestIs("late", {"fan", "late", 5});
+    other->stageRequestIs("last", {"fan", "last", 5});
+    other->completeIs({"fan", "early", "boot"}, true);
+    world.when("fan/event[late] +", [&] { world.configSm()->agentStatusSmDel("fan"); });
+
+    held->agentStatusIs(other);
+
+    ASSERT_NE(world.agent("fan").registered("late"), nullptr);
+    EXPECT_NE(world.agent("fan").registered("late")->timeout(), 5);
+    EXPECT_EQ(world.agent("fan").registered("last"), nullptr);
+    EXPECT_FALSE(recorded(world, {"fan", "early", "boot"}));
+}
+
+TEST_F(StatusReactor, ThatGoesWhileItRecordsAReportRecordsNoOther) {
+    struct OnRecord final : Stage::AgentStatusLocal::NotifieeConst {
+        explicit OnRecord(World& w) : world(w) { notifierIs(w.agentStatusLocal()); }
+        void onComplete(Stage::AgentStatusKey) override {
+            world.configSm()->agentStatusSmDel("fan");
+        }
+        World& world;
+    };
+    const Orv::Ptr<Stage::AgentStatusSm> held(&reactor());
+    const auto other = Orv::make<Stage::AgentStatus>("fan");
+    other->completeIs({"fan", "early", "boot"}, true);
+    other->completeIs({"fan", "early", "spare"}, true);
+    const OnRecord onRecord(world);
+
+    held->agentStatusIs(other);
+
+    EXPECT_TRUE(recorded(world, {"fan", "early", "boot"}));
+    EXPECT_FALSE(recorded(world, {"fan", "early", "spare"}));
+}
+
 TEST(StageRequest, RegistersTheAgentAndJoinsTheRunningStage) {
     World world;
     world.agent("disk").event("early");
