@@ -13,15 +13,18 @@ usage: ./do VERB
   test [--quick] [PRESET]  build and test with both compilers, with the sanitizers and optimized;
                            --quick: with g++ and the sanitizers only; PRESET: that one only
   bench [ARGUMENTS]        build, then run the benchmarks; arguments go to them
-  conformance [--seeds N] [--first S]
+  conformance [--seeds N] [--first S] [--stop]
                            build, then compare the library with its independent model on random
-                           journals
+                           journals; --stop: only until the first difference
   coverage                 build with clang++ 19, run the tests of the library, and show which of its
                            lines, branches and conditions they miss
   fuzz [TARGET] [--seconds N] [--keep]
                            build, then let a fuzzer look for bytes that show a fault, N seconds
                            long (60); TARGET: journal or entities (both, at the same time); --keep:
                            take what it found into the tree, as few files as say as much
+  mutation [--jobs N] [--only PATTERN|NUMBER...] [--list]
+                           plant the small faults of tests/mutation/mutants.txt in the library, one
+                           at a time, and count those that the tests or random journals catch
   format [--check]         format the sources; --check only tells what is not formatted
   lint [--all]             clang-tidy over the library and the program; --all: over tests, too
   install [--prefix DIR]   build, then install below DIR (default /usr/local)
@@ -85,7 +88,7 @@ need_to_build() {
         esac
     done
     # shellcheck disable=SC2086  # a list of words
-    need cmake ninja-build pkg-config libboost1.81-dev libcli11-dev libfmt-dev \
+    need cmake ninja-build pkg-config python3 libboost1.81-dev libcli11-dev libfmt-dev \
         libgtest-dev libgmock-dev libbenchmark-dev $compilers
 }
 
@@ -354,6 +357,11 @@ keep_found() {
     say "tests/fuzz/corpus/$1 has $(find "$small" -type f | wc -l) files now"
 }
 
+do_mutation() {
+    need_to_build debug
+    exec python3 tests/mutation/mutation.py "$@"
+}
+
 do_format() {
     how=-i
     case ${1:-} in
@@ -431,7 +439,9 @@ do_install() {
 verb=${1:-}
 [ $# -eq 0 ] || shift
 case $verb in
-build | run | test | bench | conformance | coverage | fuzz | format | lint | install) "do_$verb" "$@" ;;
+build | run | test | bench | conformance | coverage | fuzz | mutation | format | lint | install)
+    "do_$verb" "$@"
+    ;;
 help | -h | --help) usage ;;
 '')
     usage >&2

@@ -60,7 +60,7 @@ SharedBoard makeBoard() {
 void work(const Campaign& campaign, Board& board, std::size_t job) {
     for (;;) {
         const std::uint64_t taken = board.next++;
-        if (taken >= campaign.seeds) return;
+        if (taken >= campaign.seeds || (campaign.stop && board.differences > 0)) return;
         const std::uint64_t seed = campaign.first + taken;
         board.underWay[job] = seed;
         endAfter(campaign.patience);

@@ -33,6 +33,8 @@ struct Campaign {
     std::function<Verdict(std::uint64_t seed)> judge;
     // Seconds of processor time that one seed may take: a machine that is busy says nothing of it.
     unsigned patience = 60;
+    // Whether the first difference ends it; then not every seed is judged.
+    bool stop = false;
     // Told now and then.
     std::function<void(const Count&)> progress;
 };

@@ -1,5 +1,5 @@
-// conformance [--seeds N] [--first S]: lets the model and the library do the same random journals,
-// and shows the smallest journals on which they differ.
+// conformance [--seeds N] [--first S] [--stop]: lets the model and the library do the same random
+// journals, and shows the smallest journals on which they differ.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -115,7 +115,8 @@ std::string summaryOf(const Count& count, double seconds) {
            " journals a second)";
 }
 
-int compareSeeds(std::uint64_t first, std::uint64_t seeds, unsigned jobs, std::size_t shown) {
+int compareSeeds(std::uint64_t first, std::uint64_t seeds, unsigned jobs, bool stop,
+                 std::size_t shown) {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point start = Clock::now();
     const auto seconds = [&] {
@@ -125,6 +126,7 @@ int compareSeeds(std::uint64_t first, std::uint64_t seeds, unsigned jobs, std::s
     campaign.first = first;
     campaign.seeds = seeds;
     campaign.jobs = jobs;
+    campaign.stop = stop;
     campaign.judge = judge;
     campaign.progress = [&](const Count& count) {
         std::fprintf(stderr, "%s\n", summaryOf(count, seconds()).c_str());
@@ -179,11 +181,13 @@ int main(int argc, char** argv) {
     std::uint64_t first = 1;
     std::uint64_t printed = 0;
     unsigned jobs = 2;
+    bool stop = false;
     std::size_t shown = 3;
     std::string journal;
     app.add_option("--seeds", seeds, "How many journals")->check(CLI::PositiveNumber);
     app.add_option("--first", first, "The first seed");
     app.add_option("--jobs", jobs, "How many processes")->check(CLI::Range(1, 256));
+    app.add_flag("--stop", stop, "Ends at the first difference");
     app.add_option("--show", shown, "How many differences are shrunken and shown");
     auto* const print = app.add_option("--print", printed, "Only prints the journal of a seed");
     auto* const file =
@@ -198,7 +202,7 @@ int main(int argc, char** argv) {
             return 0;
         }
         if (file->count() > 0) return conformance::compareFile(journal);
-        return conformance::compareSeeds(first, seeds, jobs, shown);
+        return conformance::compareSeeds(first, seeds, jobs, stop, shown);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "conformance: %s\n", error.what());
         return 2;
