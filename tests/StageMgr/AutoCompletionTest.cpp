@@ -211,9 +211,11 @@ TEST_F(AutoCompletion, GoesWithTheEvent) {
     starts({.autoComplete = 20});
     world.agent("disk").event("early");
     lines();
+    const Ptr<AutoCompleteSm> held(timer());
 
     world.agent("fan").withdraw("early");
     EXPECT_EQ(timer(), nullptr);
+    EXPECT_EQ(held->timeMin(), never);
     world.advance(100);
 
     EXPECT_EQ(lines(), Lines());
@@ -372,6 +374,12 @@ TEST_F(AutoCompletion, WithoutAnEventIsNeverArmed) {
     EXPECT_EQ(timer->timeMin(), never);
     timer->handleTimeout();
     EXPECT_EQ(world.errors(), Lines());
+
+    make<AutoCompleteSm>(nullptr, Stage::logSmFactory(world.logs(), "boot"), "boot",
+                         world.agentStatusLocal())
+        ->handleTimeout();
+    EXPECT_EQ(world.instanceLog("boot"), nullptr);
+    EXPECT_TRUE(world.agentStatusLocal()->complete().empty());
 }
 
 TEST_F(AutoCompletion, DoesWithoutALogAndWithoutARecord) {

@@ -288,4 +288,59 @@ TEST_F(ChildRules, AChildIsSwitchedOnOnlyOnceItIsStored) {
     EXPECT_EQ(byHand->pendingEvent().size(), 2u);
 }
 
+TEST(RetiredReactors, WatchNothingAlsoWhileSomebodyHoldsThem) {
+    World world;
+    world.agent("fan").event("early", {.critical = true, .autoComplete = 60});
+    world.agent("fan").event("late", {.dependsOn = {"early"}});
+    world.agent("net").request("early");
+    world.enable("boot");
+    world.settle();
+    const Ptr<Stage::StageSm> running(world.stageSm("boot", "early"));
+    const Ptr<Stage::AutoCompleteSm> autoCompletes(world.autoCompleteSm("boot", "early", "fan"));
+    const std::vector<Ptr<Orv::PtrInterface>> others{
+        Ptr<Orv::PtrInterface>(world.manager().get()),
+        Ptr<Orv::PtrInterface>(world.stageMgr()),
+        Ptr<Orv::PtrInterface>(world.configSm()),
+        Ptr<Orv::PtrInterface>(world.configSm()->agentConfig("fan")),
+        Ptr<Orv::PtrInterface>(world.configSm()->stageStatus("early")),
+        Ptr<Orv::PtrInterface>(world.configSm()->agentStatusSm().find("net")),
+        Ptr<Orv::PtrInterface>(world.statusSm()),
+        Ptr<Orv::PtrInterface>(world.instance("boot")),
+        Ptr<Orv::PtrInterface>(world.stageEnableSm("boot", "late"))};
+    const Ptr<Stage::AgentStatusLocal> record = world.agentStatusLocal();
+    const Ptr<Stage::InstanceStatus> instance = world.instanceStatus("boot");
+
+    world.stop();  // the directory reactor is held, too, and is retired by hand
+    dynamic_cast<Orv::Reactor&>(*others.front()).retire();
+    world.trace(9);
+    // Something of everything that they watched.
+    for (const auto& dir : {world.stageDir(), world.System::inputDir(),
+                            world.System::agentStatusDir(), world.enableDir()})
+        dir->subdirIs("other");
+    world.agent("disk").event("early");
+    world.agent("disk").request("late");
+    world.agent("fan").event("early", {.timeout = 5, .critical = false, .dependsOn = {"late"}});
+    world.agent("fan").registered("early")->completeIs("boot", true);
+    world.agent("net").request("late").report("early", "boot");
+    record->completeIs({"net", "early", "boot"}, true);
+    world.status()->stageIs("new");
+    world.stage("early")->criticalIs(false);
+    world.stage("early")->dependencyIs("new", true);
+    world.stage("early")->eventDel("fan");
+    world.stage("late")->criticalIs(true);
+    world.stage("late")->dependencyDel("early");
+    instance->activeStageIs(world.stage("late"));
+    world.suspend("boot");
+    world.disable("boot");
+    world.hold("late");
+    world.config()->globalStageCompletionTimeoutIs(1);
+    world.advance(anHour);
+
+    EXPECT_EQ(world.traced().size(), 0u)
+        << world.traced().front().signature << world.traced().front().text;
+    EXPECT_EQ(world.armedTimers(), 0u);
+    EXPECT_TRUE(running->retired());
+    EXPECT_TRUE(autoCompletes->retired());
+}
+
 }  // namespace

@@ -42,6 +42,19 @@ TEST(WatchdogStart, IsLeftAloneAtTheStart) {
     EXPECT_EQ(world.watchdogRecords(), Lines());
 }
 
+TEST(WatchdogStart, IsNotGivenADeadlineThatChangesWhileTheClassIsTakenIn) {
+    World world("switchover", {}, World::Manager::waits);
+    world.agent("fan").event("early");
+    world.when("status/stage[early]", [&] { world.config()->globalStageCompletionTimeoutIs(600); });
+
+    world.start();
+    EXPECT_EQ(world.config()->globalStageCompletionTimeout(), 600);
+    EXPECT_EQ(world.watchdog(), Lines());
+
+    world.config()->globalStageCompletionTimeoutIs(900);
+    EXPECT_EQ(world.watchdog(), Lines({"900"}));
+}
+
 TEST_F(Watchdog, IsGivenDecimalTextOfSixDigits) {
     struct Row {
         double deadline;
