@@ -296,6 +296,18 @@ TEST_F(TimeLimit, OfAnEventThatSwitchesTheStageFollowsInBoth) {
     EXPECT_EQ(world.stage("late")->timeout(), 60);
 }
 
+TEST_F(TimeLimit, IsLeftAloneByAnEventThatIsTakenOutWhileItIsTakenIn) {
+    // In full precision; looking at all events again would narrow it.
+    world.agent("fan").appears({{"early", {.timeout = 0.7}}});
+    ASSERT_EQ(world.stage("early")->timeout(), 0.7);
+    world.when("stage/early/dependency", [&] { world.stage("early")->eventDel("disk"); });
+
+    world.agent("disk").appears({{"early", {.timeout = 0.1, .dependsOn = {"other"}}}});
+
+    EXPECT_EQ(world.event("early", "disk"), nullptr);
+    EXPECT_EQ(world.stage("early")->timeout(), 0.7);
+}
+
 TEST_F(TimeLimit, IsTraced) {
     becomes("fan", 30);
     world.trace();

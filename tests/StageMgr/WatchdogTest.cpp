@@ -55,6 +55,16 @@ TEST(WatchdogStart, IsNotGivenADeadlineThatChangesWhileTheClassIsTakenIn) {
     EXPECT_EQ(world.watchdog(), Lines({"900"}));
 }
 
+TEST_F(Watchdog, IsNotGivenTheDeadlineByAReactorThatIsRetired) {
+    const Ptr<Stage::ConfigSm> held(world.configSm());
+    deadlineIs(600);
+    world.stop();
+
+    held->handleGlobalStageCompletionTimeout();
+
+    EXPECT_EQ(world.watchdog(), Lines({"600"}));
+}
+
 TEST_F(Watchdog, IsGivenDecimalTextOfSixDigits) {
     struct Row {
         double deadline;
