@@ -8,8 +8,8 @@ were not shown to decide by themselves) do not name, and when they name what is 
 
 A list has one entry per line, `FILE | TEXT | WHAT | REASON`. TEXT is the whole line of code, so
 that an entry survives changes elsewhere. WHAT is `line`, `true` or `false` (the side of a branch
-that was never taken; `2.true` for that of the second branch of the line), or `condition N`. '#'
-begins a comment.
+that was never taken; `2.true` for that of the second branch of the line), or `condition N`; with
+`maybe ` before it where threads decide whether it is missing. '#' begins a comment.
 
 Code in a header counts as run when one of its instantiations ran. A branch inside a macro counts
 once for each place where the macro is used.
@@ -137,7 +137,7 @@ def missing_in(file, lines, branches, conditions, sources):
 
 
 def entries(path):
-    """{(file, text, what): number of the line} of a list."""
+    """{(file, text, what): number of the line, 0 for one that may be run as well} of a list."""
     listed = {}
     with open(path, encoding="utf-8") as file:
         for number, line in enumerate(file, 1):
@@ -146,7 +146,9 @@ def entries(path):
             parts = [part.strip() for part in line.split(" | ")]
             if len(parts) != 4 or not all(parts):
                 sys.exit(f"{path}:{number}: an entry is FILE | TEXT | WHAT | REASON, all of them given")
-            listed[tuple(parts[:3])] = number
+            file_name, text, what = parts[:3]
+            certain = what.removeprefix("maybe ")
+            listed[file_name, text, certain] = number if certain == what else 0
     return listed
 
 
@@ -162,7 +164,7 @@ def judge(title, missing, path):
         print(f"  {one.file}:{one.line}:{one.column}: {one.what}: {one.text}" + ("   (listed)" if known else ""))
     found = {one.entry() for one in missing}
     for entry, number in listed.items():
-        if entry not in found:
+        if entry not in found and number:
             faults += 1
             print(f"  {path}:{number}: nothing of the kind is missing; take the entry out")
     return faults
