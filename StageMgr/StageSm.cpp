@@ -66,8 +66,10 @@ void StageSm::handleEvent() {
     stage_->event().walk([this](Orv::String agent) {
         if (!retired()) eventIs(agent, stage_->event(agent));
     });
+    // While this is made, what has gone meanwhile is left for when it is switched on.
+    if (!initialized_) return;
     event_.map().walk([this](Orv::String agent) {
-        if (initialized_ && !stage_->event().contains(agent)) eventDel(agent);
+        if (!stage_->event().contains(agent)) eventDel(agent);
     });
 }
 

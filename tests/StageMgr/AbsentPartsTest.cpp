@@ -22,13 +22,6 @@ using Stage::InstanceStatusSm;
 using Stage::StageSm;
 using Stage::StatusSm;
 
-// Owns what is still being made.
-class Maker final : public Orv::Owner {
-  public:
-    bool retired() const override { return gone; }
-    bool gone = false;
-};
-
 // --- not initialized
 
 TEST(NotInitialized, AnAgentsStatusIsNotLookedAt) {

@@ -23,13 +23,6 @@ using Stage::InstanceStatusSm;
 using Stage::StageSm;
 using Stage::StatusSm;
 
-// Owns what is still being made.
-class Maker final : public Orv::Owner {
-  public:
-    bool retired() const override { return gone; }
-    bool gone = false;
-};
-
 // Acts when a stage's reactor tells of itself.
 class OnStageSm final : public StageSm::NotifieeConst {
   public:

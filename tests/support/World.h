@@ -32,6 +32,7 @@
 #include "model/ProgressDir.h"
 #include "model/StageGlobalConfig.h"
 #include "model/Status.h"
+#include "runtime/Reactor.h"
 #include "runtime/Trace.h"
 
 namespace StageTest {
@@ -69,6 +70,13 @@ struct Reboot {
     friend bool operator==(const Reboot&, const Reboot&) = default;
 };
 std::ostream& operator<<(std::ostream& out, const Reboot& reboot);
+
+// Owns what is still being made.
+class Maker final : public Orv::Owner {
+  public:
+    bool retired() const override { return gone; }
+    bool gone = false;
+};
 
 struct TraceLine {
     int level;
