@@ -48,7 +48,6 @@ class ORV_API StageMgr final : public Orv::Notifier<StageMgr>, public Orv::Owner
     void handleInitialized();
 
     // As a reactor's: see Orv::Reactor.
-    bool retired() const override { return retired_; }
     void retire();
     void keptBy(const Orv::Owner& /*owner*/) {}
     void notificationActiveIs(bool /*active*/) {}
@@ -63,7 +62,6 @@ class ORV_API StageMgr final : public Orv::Notifier<StageMgr>, public Orv::Owner
     Orv::SingleChild<StatusSm> statusSm_;
     Orv::Ptr<AgentStatusLocal> agentStatusLocal_;
     bool initialized_ = false;
-    bool retired_ = false;
 };
 
 ORV_API Orv::Ptr<StageMgr> stageMgrFactory(Orv::Name name);

@@ -1,6 +1,8 @@
 // Directories of named entries: entities and sub-directories.
 #pragma once
 
+#include <type_traits>
+
 #include "runtime/Entity.h"
 #include "runtime/Export.h"
 
@@ -29,7 +31,11 @@ class ORV_API Dir final : public Notifier<Dir> {
     template <class T>
     Ptr<T> entityPtr(const Name& name) const {
         const Ptr<Entity>* const held = entries_.find(name);
-        return Ptr<T>(held != nullptr ? dynamic_cast<T*>(held->get()) : nullptr);
+        if (held == nullptr) return nullptr;
+        if constexpr (std::is_final_v<T>)  // the types tell, and sooner than a cast
+            return Ptr<T>(&(*held)->info() == &T::type() ? static_cast<T*>(held->get()) : nullptr);
+        else
+            return Ptr<T>(dynamic_cast<T*>(held->get()));
     }
 
     // Makes an entry of the registered type, or returns the one that is there. Null, and nothing

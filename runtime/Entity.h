@@ -30,8 +30,11 @@ class Collection {
 
     // Returns whether the member is new or has changed its value (by ==, references by identity).
     bool set(const K& key, V value) {
-        if (V* const held = map_.find(key)) return assign(*held, std::move(value));
-        return map_.set(key, std::move(value));
+        const std::size_t before = map_.size();
+        V& held = map_.member(key);
+        if (map_.size() == before) return assign(held, std::move(value));
+        held = std::move(value);
+        return true;
     }
     bool del(const K& key, V* removed = nullptr) { return map_.del(key, removed); }
 
@@ -87,8 +90,7 @@ class ORV_API Entity : public PtrInterface {
     }
     template <class E, class K, class Tell>
     void memberChanged(const char* attribute, const K& key, Tell&& tell) {
-        if (TreeObserver::observed()) [[unlikely]]
-            observeMember(attribute, ValueTraits<K>::of(key));
+        observed(attribute, key);
         notify<E>(tell);
     }
     template <class E, class Tell>
@@ -97,8 +99,14 @@ class ORV_API Entity : public PtrInterface {
             observeEnqueued(attribute);
         notify<E>(tell);
     }
+    // The two halves of that, for a mutator that knows which notifiees need not be told.
+    template <class K>
+    void observed(const char* attribute, const K& key) {
+        if (TreeObserver::observed()) [[unlikely]]
+            observeMember(attribute, ValueTraits<K>::of(key));
+    }
     template <class E, class Tell>
-    void notify(Tell& tell) {
+    void notify(Tell&& tell) {
         deliver([&](NotifieeBase& n) { tell(static_cast<typename E::NotifieeConst&>(n)); });
     }
 
@@ -117,6 +125,10 @@ class ORV_API Entity : public PtrInterface {
     bool stood_ = false;
     bool leaving_ = false;
     String stoodAt_;
+};
+
+struct NothingMore {
+    void operator()(const Entity&) const {}
 };
 
 // The base of a model's entity E, which offers E::NotifieeConst and a static E::type().
@@ -138,22 +150,24 @@ class Notifier : public Entity {
     }
 
     // The mutators of an instantiating collection: an existing member is returned silently; a new
-    // one is told of once it is in place.
-    template <class M, class Make, class Tell>
+    // one is told of once it is in place. stored(member): called before anybody is told.
+    template <class M, class Make, class Tell, class Stored = NothingMore>
     Ptr<M> memberIs(OrderedMap<Name, Ptr<M>>& members, const char* attribute, const Name& name,
-                    Make&& makeMember, Tell&& tell) {
+                    Make&& makeMember, Tell&& tell, Stored&& stored = {}) {
         if (const Ptr<M>* const held = members.find(name)) return *held;
         Ptr<M> member = makeMember();
         members.set(name, member);
         member->parentIs(this, attribute);
+        stored(*member);
         changed(attribute, name, tell);
         return member;
     }
-    template <class M, class Tell>
+    template <class M, class Tell, class Stored = NothingMore>
     void memberDel(OrderedMap<Name, Ptr<M>>& members, const char* attribute, const Name& name,
-                   Tell&& tell) {
+                   Tell&& tell, Stored&& stored = {}) {
         Ptr<M> member;
         if (!members.del(name, &member)) return;
+        stored(*member);
         const DeliveryScope scope;  // what is told first may release this entity
         member->leave();
         changed(attribute, name, tell);

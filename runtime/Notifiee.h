@@ -88,14 +88,21 @@ class Delivery {
     Delivery(const Delivery&) = delete;
     Delivery& operator=(const Delivery&) = delete;
 
-    // The next notifiee to tell, or null.
-    NotifieeBase* next() {
-        while (next_ != nullptr) {
-            NotifieeBase* const current = next_;
-            next_ = after(*current);
-            if (current->active_) return current;
+    bool done() const { return next_ == nullptr; }
+
+    // Tells those that are left, from where it stopped if `tell` threw.
+    template <class Tell>
+    void goOn(Tell& tell) {
+        NotifieeBase* notifiee = next_;
+        while (notifiee != nullptr) {
+            NotifieeBase* const following = after(*notifiee);
+            next_ = following;
+            if (notifiee->active_) tell(*notifiee);
+            // Reading next_ back each time would take longer than to tell does.
+            notifiee = following;
+            if (disturbed_) [[unlikely]]
+                notifiee = next_;
         }
-        return nullptr;
     }
 
   private:
@@ -106,6 +113,7 @@ class Delivery {
     }
     // `leaving` is about to leave the list.
     void passOver(const NotifieeBase& leaving) {
+        disturbed_ = true;
         if (next_ == &leaving) next_ = after(leaving);
         if (last_ == &leaving) last_ = leaving.previous_;
     }
@@ -117,23 +125,33 @@ class Delivery {
     Delivery* outer_;
     NotifieeBase* next_;  // null when everyone was told
     NotifieeBase* last_;
+    bool disturbed_ = false;  // somebody has left
 };
 
 template <class Tell>
 void PtrInterface::deliver(Tell&& tell) {
     if (firstNotifiee_ == nullptr) return;
+    // Nothing that becomes of the list matters to a walk over one.
+    if (firstNotifiee_ == lastNotifiee_) return deliverTo(*firstNotifiee_, tell);
     Delivery delivery(*this);
-    NotifieeBase* notifiee = delivery.next();
-    while (notifiee != nullptr) {
+    while (!delivery.done()) {
         try {
-            do {
-                tell(*notifiee);
-                notifiee = delivery.next();
-            } while (notifiee != nullptr);
+            delivery.goOn(tell);
         } catch (...) {
             DeliveryScope::reportException();
-            notifiee = delivery.next();
         }
+    }
+}
+
+template <class Tell>
+void PtrInterface::deliverTo(NotifieeBase& notifiee, Tell&& tell) {
+    if (!notifiee.notificationActive()) return;
+    const DeliveryScope scope;
+    const Ptr<PtrInterface> held(threadSafePtrs() ? this : nullptr);
+    try {
+        tell(notifiee);
+    } catch (...) {
+        DeliveryScope::reportException();
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -62,6 +63,25 @@ class OrderedMap {
         return true;
     }
 
+    // The value held under `key`, which is added with a default V when there is none. Valid until
+    // the map changes; nothing has changed if this throws.
+    V& member(const K& key) {
+        const std::uint32_t hash = key.hash();
+        std::uint32_t at = position(key, hash);
+        if (at == absent) {
+            append(key, V(), hash);
+            at = static_cast<std::uint32_t>(entries_.size() - 1);
+        }
+        return entries_[at].value;
+    }
+
+    // Makes room for as many members as are known to come.
+    void reserve(std::size_t members) {
+        if (members <= entries_.capacity()) return;
+        if (members > smallSize && slots_ * std::size_t{7} < members * 8) reindex(members);
+        entries_.reserve(members);
+    }
+
     // Removes the member, and returns its value in `removed` when that is not null. Returns whether
     // there was one.
     bool del(const K& key, V* removed = nullptr) {
@@ -104,6 +124,11 @@ class OrderedMap {
             return nullptr;
         }
 
+        // Goes on with the member at `place`, which stands behind what was visited.
+        void goTo(std::size_t place) { at_ = place; }
+        // Whether a member has been removed since the start.
+        bool disturbed() const { return map_.removals_ != start_; }
+
         // For a range-based for over the keys themselves.
         class Iterator {
           public:
@@ -137,6 +162,28 @@ class OrderedMap {
     void walk(Visit&& visit) const {
         Walk walk(*this);
         while (const K* const key = walk.next()) visit(K(*key));
+    }
+
+    // Where the member stands in the order, or `nowhere`. Places rise along the order; they stay
+    // while the map is walked.
+    static constexpr std::size_t nowhere = static_cast<std::size_t>(-1);
+    std::size_t place(const K& key) const {
+        const std::uint32_t at = position(key);
+        return at == absent ? nowhere : at;
+    }
+    // A walk for whoever knows which members are worth a visit: those at `places`, which rise, as
+    // long as `known()` says that no other is and nothing is removed; from then on, every one that
+    // is left.
+    template <class Known, class Visit>
+    void walkAt(const std::vector<std::size_t>& places, Known&& known, Visit&& visit) const {
+        Walk walk(*this);
+        for (const std::size_t place : places) {
+            walk.goTo(place);
+            visit(K(*walk.next()));
+            if (known() && !walk.disturbed()) continue;
+            while (const K* const key = walk.next()) visit(K(*key));
+            return;
+        }
     }
 
     // Plain iteration, in order, over {key, value}; the map must not change meanwhile.
@@ -174,11 +221,17 @@ class OrderedMap {
     static constexpr std::uint32_t absent = 0xffffffff;
     static constexpr std::size_t smallSize = 8;  // up to here, no index
 
+    // The hash stands here as well, so that a search reads no member but the one that it finds.
+    struct Slot {
+        std::uint32_t at = absent;
+        std::uint32_t hash = 0;
+    };
+
     std::uint32_t position(const K& key) const {
         return size_ == 0 ? absent : position(key, key.hash());
     }
     std::uint32_t position(const K& key, std::uint32_t hash) const {
-        if (index_.empty()) {
+        if (!index_) {
             for (std::size_t i = 0; i < entries_.size(); ++i) {
                 const Entry& entry = entries_[i];
                 if (entry.hash == hash && entry.died == 0 && entry.key == key)
@@ -186,12 +239,11 @@ class OrderedMap {
             }
             return absent;
         }
-        const std::size_t mask = index_.size() - 1;
-        for (std::size_t slot = home(hash, mask);; slot = (slot + 1) & mask) {
-            const std::uint32_t at = index_[slot];
-            if (at == absent) return absent;
-            const Entry& entry = entries_[at];
-            if (entry.hash == hash && entry.key == key) return at;
+        const std::size_t mask = slots_ - 1;
+        for (std::size_t place = home(hash, mask);; place = (place + 1) & mask) {
+            const Slot& slot = index_[place];
+            if (slot.at == absent) return absent;
+            if (slot.hash == hash && entries_[slot.at].key == key) return slot.at;
         }
     }
 
@@ -208,20 +260,21 @@ class OrderedMap {
             compact();
         assertThat(entries_.size() < absent, "a collection holds fewer than 2^32 - 1 members");
         if (entries_.size() == entries_.capacity())
-            entries_.reserve(std::max<std::size_t>(2, entries_.size() * 2));
-        if (index_.empty() ? entries_.size() >= smallSize : (size_ + 1) * 8 > index_.size() * 7)
-            reindex(size_ + 1);
+            entries_.reserve(std::max<std::size_t>(1, entries_.size() * 2));
+        if (!index_ ? entries_.size() >= smallSize : (size() + 1) * 8 > slots_ * std::size_t{7})
+            reindex(size() + 1);
         // Nothing throws from here on but the copy of the key, which comes first.
         entries_.push_back(Entry{key, std::move(value), hash, 0});
-        if (!index_.empty()) enter(static_cast<std::uint32_t>(entries_.size() - 1));
+        if (index_) enter(static_cast<std::uint32_t>(entries_.size() - 1));
         ++size_;
     }
 
     void enter(std::uint32_t at) {
-        const std::size_t mask = index_.size() - 1;
-        std::size_t slot = home(entries_[at].hash, mask);
-        while (index_[slot] != absent) slot = (slot + 1) & mask;
-        index_[slot] = at;
+        const std::size_t mask = slots_ - 1;
+        const std::uint32_t hash = entries_[at].hash;
+        std::size_t slot = home(hash, mask);
+        while (index_[slot].at != absent) slot = (slot + 1) & mask;
+        index_[slot] = {at, hash};
     }
 
     static std::size_t slotsFor(std::size_t members) {
@@ -231,7 +284,9 @@ class OrderedMap {
     }
 
     void reindex(std::size_t members) {
-        index_ = std::vector<std::uint32_t>(slotsFor(members), absent);
+        const std::size_t slots = slotsFor(members);
+        index_ = std::make_unique<Slot[]>(slots);
+        slots_ = static_cast<std::uint32_t>(slots);
         for (std::size_t i = 0; i < entries_.size(); ++i)
             if (entries_[i].died == 0) enter(static_cast<std::uint32_t>(i));
     }
@@ -239,19 +294,19 @@ class OrderedMap {
     // Linear probing without deletion marks: what stands behind the hole moves into it if it may
     // (Knuth, The Art of Computer Programming, vol. 3, 6.4, algorithm R).
     void unindex(std::uint32_t at) {
-        if (index_.empty()) return;
-        const std::size_t mask = index_.size() - 1;
+        if (!index_) return;
+        const std::size_t mask = slots_ - 1;
         std::size_t hole = home(entries_[at].hash, mask);
-        while (index_[hole] != at) hole = (hole + 1) & mask;
-        for (std::size_t slot = (hole + 1) & mask; index_[slot] != absent;
+        while (index_[hole].at != at) hole = (hole + 1) & mask;
+        for (std::size_t slot = (hole + 1) & mask; index_[slot].at != absent;
              slot = (slot + 1) & mask) {
-            const std::size_t wanted = home(entries_[index_[slot]].hash, mask);
+            const std::size_t wanted = home(index_[slot].hash, mask);
             if (((slot - wanted) & mask) >= ((slot - hole) & mask)) {
                 index_[hole] = index_[slot];
                 hole = slot;
             }
         }
-        index_[hole] = absent;
+        index_[hole] = Slot{};
     }
 
     // Drops the tombstones when they outnumber the members. Allocates nothing.
@@ -264,24 +319,27 @@ class OrderedMap {
     }
 
     void clearAll() {
-        entries_.clear();
-        index_.clear();
+        entries_ = std::vector<Entry>();
+        index_ = nullptr;
+        slots_ = 0;
         removals_ = 0;
     }
 
     void compact() {
         std::erase_if(entries_, [](const Entry& entry) { return entry.died != 0; });
         removals_ = 0;
-        if (index_.empty()) return;
-        if (const std::size_t slots = slotsFor(size_ + 1); slots * 4 <= index_.size())
-            index_.resize(slots);
-        std::fill(index_.begin(), index_.end(), absent);
+        if (!index_) return;
+        // A part of it is enough when few are left.
+        if (const std::size_t slots = slotsFor(size() + 1); slots * 4 <= slots_)
+            slots_ = static_cast<std::uint32_t>(slots);
+        std::fill_n(index_.get(), slots_, Slot{});
         for (std::size_t i = 0; i < entries_.size(); ++i) enter(static_cast<std::uint32_t>(i));
     }
 
     std::vector<Entry> entries_;
-    std::vector<std::uint32_t> index_;  // slots: a power of two; empty while the map is small
-    std::size_t size_ = 0;
+    std::unique_ptr<Slot[]> index_;  // null while the map is small
+    std::uint32_t slots_ = 0;        // of the index: a power of two
+    std::uint32_t size_ = 0;
     std::uint32_t removals_ = 0;
     mutable std::uint32_t walkers_ = 0;
 };

@@ -69,6 +69,7 @@ void NotifieeBase::link(const PtrInterface* notifier) {
     next_ = nullptr;
     (previous_ != nullptr ? previous_->next_ : list_->firstNotifiee_) = this;
     list_->lastNotifiee_ = this;
+    ++list_->notifiees_;
 }
 
 void NotifieeBase::unlink() {
@@ -76,6 +77,7 @@ void NotifieeBase::unlink() {
     for (Delivery* d = list_->deliveries_; d != nullptr; d = d->outer_) d->passOver(*this);
     (previous_ != nullptr ? previous_->next_ : list_->firstNotifiee_) = next_;
     (next_ != nullptr ? next_->previous_ : list_->lastNotifiee_) = previous_;
+    --list_->notifiees_;
     list_ = nullptr;
 }
 

@@ -28,15 +28,17 @@ inline void threadSafePtrsIs(bool on) { threadSafePtrSwitch.store(on, std::memor
 class Count {
   public:
     explicit Count(std::uint32_t initial) : word_(initial) {}
-    std::uint32_t word() const { return word_.load(std::memory_order_relaxed); }
-    void add() {
+    [[gnu::always_inline]] std::uint32_t word() const {
+        return word_.load(std::memory_order_relaxed);
+    }
+    [[gnu::always_inline]] void add() {
         if (threadSafePtrs()) [[unlikely]]
             word_.fetch_add(1, std::memory_order_relaxed);
         else
             word_.store(word() + 1, std::memory_order_relaxed);
     }
     // Returns the word as it is after the decrement.
-    std::uint32_t remove() {
+    [[gnu::always_inline]] std::uint32_t remove() {
         if (threadSafePtrs()) [[unlikely]]
             return word_.fetch_sub(1, std::memory_order_acq_rel) - 1;
         const std::uint32_t left = word() - 1;
@@ -63,9 +65,11 @@ class ORV_API PtrInterface {
 
     std::uint32_t references() const { return count_.word() & countMask; }
     bool deletionPending() const { return (count_.word() & deletionPendingFlag) != 0; }
+    // How many stand in its list, switched on or off.
+    std::uint32_t notifiees() const { return notifiees_; }
 
-    void addReference() const { count_.add(); }
-    void removeReference() const {
+    [[gnu::always_inline]] void addReference() const { count_.add(); }
+    [[gnu::always_inline]] void removeReference() const {
         if (count_.remove() == 0) [[unlikely]]
             const_cast<PtrInterface*>(this)->lastReference();
     }
@@ -91,6 +95,9 @@ class ORV_API PtrInterface {
     // the environment's notification-exception hook, and the next notifiee is told.
     template <class Tell>
     void deliver(Tell&& tell);
+    // Calls `tell` with this one of its notifiees alone, in the same way.
+    template <class Tell>
+    void deliverTo(NotifieeBase& notifiee, Tell&& tell);
 
   private:
     friend class NotifieeBase;
@@ -104,6 +111,7 @@ class ORV_API PtrInterface {
     void deleteUnlessTakenBack();
 
     mutable Count count_{1};
+    std::uint32_t notifiees_ = 0;
     NotifieeBase* firstNotifiee_ = nullptr;
     NotifieeBase* lastNotifiee_ = nullptr;
     class Delivery* deliveries_ = nullptr;  // those under way, innermost first

@@ -19,13 +19,25 @@ namespace Orv {
 // What owns reactors, and may itself be taken out of service while it makes one.
 class ORV_API Owner {
   public:
-    virtual bool retired() const = 0;
+    // While it is being made, its owner cannot take it out: then it counts as retired once its
+    // owner is, or once it is unwanted. The same holds of its owner, and of that one's.
+    bool retired() const {
+        return retired_ || (owner_ != nullptr && (owner_->retired() || (!kept_ && unwanted())));
+    }
     // Whether it stands for itself: it is not being made by an owner that might go meanwhile.
-    virtual bool settled() const { return true; }
+    bool settled() const { return owner_ == nullptr; }
 
   protected:
-    Owner() = default;
-    ~Owner() = default;
+    // owner: whoever makes it, or null. Not counted.
+    explicit Owner(const Owner* owner = nullptr) : owner_(owner) {}
+    virtual ~Owner() = default;
+
+    // Whether what it is made for has gone while it is being made.
+    virtual bool unwanted() const { return false; }
+
+    const Owner* owner_;  // null once it need not be asked
+    bool kept_ = false;
+    bool retired_ = false;
 };
 
 // An object that watches entities and runs handlers when they change.
@@ -36,12 +48,6 @@ class ORV_API Owner {
 // have come back to its owner.
 class ORV_API Reactor : public PtrInterface, public Owner {
   public:
-    // While it is being made, its owner cannot take it out: then it counts as retired once its
-    // owner is, or once it is unwanted. The same holds of its owner, and of that one's.
-    bool retired() const final {
-        return retired_ || (owner_ != nullptr && (owner_->retired() || (!kept_ && unwanted())));
-    }
-    bool settled() const final { return owner_ == nullptr; }
     void retire();
     // Its owner has stored it, and takes it along when it goes. One that is still being made itself
     // is asked on.
@@ -55,21 +61,14 @@ class ORV_API Reactor : public PtrInterface, public Owner {
     virtual void notificationActiveIs(bool /*active*/) {}
 
   protected:
-    // owner: whoever makes it, or null. Not counted.
-    explicit Reactor(const Owner* owner = nullptr) : owner_(owner) {}
+    explicit Reactor(const Owner* owner = nullptr) : Owner(owner) {}
     ~Reactor() override;
 
     // Disconnects every nested notifiee, then retires the children. Writes nothing.
     virtual void dismantle() {}
-    // Whether what it is made for has gone while it is being made.
-    virtual bool unwanted() const { return false; }
 
   private:
     void lastReferenceGone() final { retire(); }
-
-    const Owner* owner_;  // null once it need not be asked
-    bool kept_ = false;
-    bool retired_ = false;
 };
 
 // The text form of a constructor argument, as errors show it.
@@ -166,6 +165,8 @@ class Children {
         return store(owner, key, makeChild());
     }
 
+    void reserve(std::size_t children) { map_.reserve(children); }
+
     void del(const K& key) {
         Ptr<C> gone;
         if (map_.del(key, &gone)) gone->retire();
@@ -178,8 +179,7 @@ class Children {
     Ptr<C> store(const Reactor& owner, const K& key, Ptr<C> fresh) {
         // What the child's construction set off may have taken its owner away.
         if (owner.retired() || fresh->retired()) return fresh->retire(), fresh;
-        const Ptr<C> old = map_.value(key);
-        map_.set(key, fresh);
+        const Ptr<C> old = std::exchange(map_.member(key), fresh);
         fresh->keptBy(owner);
         fresh->notificationActiveIs(true);
         if (old) old->retire();

@@ -36,7 +36,7 @@ class ORV_API String {
         std::swap(rep_, other.rep_);
         return *this;
     }
-    ~String() {
+    [[gnu::always_inline]] ~String() {
         if (rep_ != nullptr && rep_->count.remove() == 0) destroy(rep_);
     }
 

@@ -10,6 +10,8 @@ namespace Orv {
 
 TraceSink::~TraceSink() = default;
 
+std::atomic<int> TraceHandle::enabledHandles{0};
+
 TraceHandle& TraceHandle::named(const std::string& name) {
     static std::mutex mutex;
     static std::map<std::string, std::unique_ptr<TraceHandle>> handles;
@@ -21,12 +23,17 @@ TraceHandle& TraceHandle::named(const std::string& name) {
 
 void TraceHandle::levelIs(int level) {
     level_ = level;
-    gate_ = std::max(level_.load(), recordLevel_.load());
+    gateIs(std::max(level, recordLevel_.load()));
 }
 
 void TraceHandle::recordLevelIs(int level) {
     recordLevel_ = level;
-    gate_ = std::max(level_.load(), recordLevel_.load());
+    gateIs(std::max(level_.load(), level));
+}
+
+void TraceHandle::gateIs(int gate) {
+    const int before = gate_.exchange(gate);
+    enabledHandles += (gate > off ? 1 : 0) - (before > off ? 1 : 0);
 }
 
 std::string TraceHandle::formatted(const TraceSite& site, const std::string& text) {

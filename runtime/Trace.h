@@ -47,6 +47,8 @@ class ORV_API TraceHandle {
 
     // The one branch that a disabled block costs.
     bool enabled(int level) const { return level <= gate_.load(std::memory_order_relaxed); }
+    // Whether any handle is on at any level.
+    static bool someEnabled() { return enabledHandles.load(std::memory_order_relaxed) != 0; }
     // Whether text is wanted; the observable result of a handler may not depend on it.
     bool traces(int level) const { return level <= this->level(); }
 
@@ -65,8 +67,10 @@ class ORV_API TraceHandle {
     static std::string formatted(const TraceSite& site, const std::string& text);
 
   private:
+    void gateIs(int gate);
     void write(const TraceSite& site, const std::string& text);
 
+    static std::atomic<int> enabledHandles;
     std::atomic<int> gate_{off};
     std::atomic<int> level_{off};
     std::atomic<int> recordLevel_{off};

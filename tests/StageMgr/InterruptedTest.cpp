@@ -107,7 +107,7 @@ TEST_F(LoneStatus, WhoseMakerGoesCleansUpNoFurther) {
         world.progressDir()->progressIs(name);
     }
     Maker maker;
-    world.when("instStatus[a] -", [&] { maker.gone = true; });
+    world.when("instStatus[a] -", [&] { maker.leave(); });
 
     const auto lone = statusSm(world.enabledConfig(), &maker);
 
@@ -237,7 +237,7 @@ TEST_F(LoneInstance, IsWantedWhileItIsMadeUntilItsStatusGoes) {
 
 TEST_F(LoneInstance, WhoseMakerIsGoneWritesNothing) {
     Maker maker;
-    maker.gone = true;
+    maker.leave();
     world.enabledConfig()->enabledIs("boot", true);
     const auto log = make<Stage::Log>("log");
     const auto instance = Stage::instanceStatusSmFactory(
@@ -741,7 +741,7 @@ TEST_F(LoneConfig, WhoseMakerGoesTakesInNoFurtherStage) {
         waiting.status()->stageIs(name)->eventIs(event);
     }
     Maker maker;
-    waiting.when("/stage/app/status/stage/a/critical", [&] { maker.gone = true; });
+    waiting.when("/stage/app/status/stage/a/critical", [&] { maker.leave(); });
 
     const auto lone = Stage::configSmFactory(waiting.config(), waiting.status(), nullptr, nullptr,
                                              nullptr, &maker);

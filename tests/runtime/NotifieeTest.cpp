@@ -66,6 +66,19 @@ TEST_F(Delivery, ComesOnceTheChangeIsStoredAndBeforeTheMutatorReturns) {
     EXPECT_EQ(log, (Lines{"a", "returned"}));
 }
 
+TEST_F(Delivery, KnowsHowManyStandInTheList) {
+    EXPECT_EQ(thing->notifiees(), 0u);
+    const auto a = listener("a");
+    {
+        const auto b = listener("b");
+        b->notificationActiveIs(false);
+        EXPECT_EQ(thing->notifiees(), 2u);
+    }
+    EXPECT_EQ(thing->notifiees(), 1u);
+    a->isRegisteredNotifieeIs(false);
+    EXPECT_EQ(thing->notifiees(), 0u);
+}
+
 TEST_F(Delivery, OfAnEqualValueIsSilent) {
     thing->sizeIs(1);
     const auto a = listener("a");

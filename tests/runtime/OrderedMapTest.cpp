@@ -253,15 +253,69 @@ TEST(OrderedMapWalk, DoesNotVisitWhatWasGoneAtTheStartAndCameBack) {
     EXPECT_EQ(seen, (Keys{"a", "c"}));
 }
 
+TEST(OrderedMapWalk, PlacesRiseAlongTheOrder) {
+    OrderedMap<String, int> map;
+    for (const char* key : {"c", "a", "b"}) map.set(key, 1);
+    map.del("a");
+    map.set("a", 1);
+
+    EXPECT_LT(map.place("c"), map.place("b"));
+    EXPECT_LT(map.place("b"), map.place("a"));
+    EXPECT_EQ(map.place("d"), map.nowhere);
+}
+
+TEST(OrderedMapWalk, AtPlacesVisitsThoseAlone) {
+    OrderedMap<Key<8>, int> map;
+    for (int id = 0; id < 40; ++id) map.set({id}, id);
+    std::vector<int> seen;
+
+    map.walkAt(
+        {map.place({3}), map.place({17}), map.place({39})}, [] { return true; },
+        [&](Key<8> key) { seen.push_back(key.id); });
+
+    EXPECT_EQ(seen, (std::vector<int>{3, 17, 39}));
+}
+
+TEST(OrderedMapWalk, AtPlacesVisitsAllThatIsLeftOnceTheyAreNotKnown) {
+    OrderedMap<Key<8>, int> map;
+    for (int id = 0; id < 8; ++id) map.set({id}, id);
+    std::vector<int> seen;
+
+    map.walkAt(
+        {map.place({1}), map.place({3})}, [&] { return seen.empty(); },
+        [&](Key<8> key) {
+            seen.push_back(key.id);
+            map.set({8}, 8);
+        });
+
+    EXPECT_EQ(seen, (std::vector<int>{1, 2, 3, 4, 5, 6, 7}));
+}
+
+TEST(OrderedMapWalk, AtPlacesVisitsAllThatIsLeftOnceAMemberIsRemoved) {
+    OrderedMap<Key<8>, int> map;
+    for (int id = 0; id < 8; ++id) map.set({id}, id);
+    std::vector<int> seen;
+
+    map.walkAt(
+        {map.place({1}), map.place({5})}, [] { return true; },
+        [&](Key<8> key) {
+            seen.push_back(key.id);
+            map.del({2});
+            if (seen.size() == 1) map.del({5});
+            map.set({5}, 5);
+        });
+
+    EXPECT_EQ(seen, (std::vector<int>{1, 3, 4, 5, 6, 7}));
+}
+
 TEST(OrderedMapWalk, LeavesNoWalkBehindWhenAVisitThrows) {
     OrderedMap<Key<64>, int> map;
     for (int i = 0; i < 40; ++i) map.set({i}, i);
 
     EXPECT_THROW(map.walk([](Key<64>) { throw 1; }), int);
-    for (int i = 0; i < 40; ++i) map.del({i});
+    for (int i = 1; i < 40; ++i) map.del({i});
 
     // A map that nobody walks gives up its places: it can be filled without growing.
-    map.set({0}, 0);
     const std::size_t before = RuntimeTest::allocations();
     for (int i = 1; i < 8; ++i) map.set({i}, i);
     EXPECT_EQ(RuntimeTest::allocations(), before);

@@ -64,6 +64,23 @@ TEST_F(Trace, HandlesOfOneNameAreOne) {
     EXPECT_NE(&TraceHandle::named("Other"), &handle);
 }
 
+TEST_F(Trace, IsEnabledSomewhereWhileAnyHandleTakesLinesOrRecords) {
+    EXPECT_FALSE(TraceHandle::someEnabled());
+    TraceHandle& other = TraceHandle::named("Other");
+
+    handle.levelIs(0);
+    EXPECT_TRUE(TraceHandle::someEnabled());
+    handle.levelIs(9);
+    other.recordLevelIs(4);
+    handle.levelIs(TraceHandle::off);
+    EXPECT_TRUE(TraceHandle::someEnabled());
+    other.recordLevelIs(TraceHandle::off);
+    EXPECT_FALSE(TraceHandle::someEnabled());
+
+    handle.levelIs(-5);
+    EXPECT_FALSE(TraceHandle::someEnabled()) << "below every block";
+}
+
 TEST_F(Trace, WritesTheBlocksOfItsLevelAndBelow) {
     handle.levelIs(7);
 

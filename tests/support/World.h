@@ -74,8 +74,7 @@ std::ostream& operator<<(std::ostream& out, const Reboot& reboot);
 // Owns what is still being made.
 class Maker final : public Orv::Owner {
   public:
-    bool retired() const override { return gone; }
-    bool gone = false;
+    void leave() { retired_ = true; }
 };
 
 struct TraceLine {
