@@ -105,7 +105,7 @@ void AgentStatusSm::handleComplete(AgentStatusKey key) {
         // Dropped when it has not registered, on purpose: an agent completes only what is its own.
         if (!isRegistered(key.stage)) return;
         TRACE(9, " event exists.", " AgentStatus complete for agent: ", agentName());
-        agentStatusLocal_->completeIs(key, true);
+        agentStatusLocal_->completeIs(std::move(key), true);
     } else if (agentStatus_ && agentStatus_->complete().contains(key)) {
         TRACE(9, " AgentStatus complete set to False.");
         agentStatusLocal_->completeIs(key, false);

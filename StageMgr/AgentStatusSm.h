@@ -46,7 +46,7 @@ class ORV_API AgentStatusSm final : public Orv::Reactor {
     class OrvAgentStatus final : public Orv::Watch<AgentStatus, AgentStatusSm> {
       public:
         using Watch::Watch;
-        void onComplete(AgentStatusKey key) override { sm().handleComplete(key); }
+        void onComplete(AgentStatusKey key) override { sm().handleComplete(std::move(key)); }
         void onComplete(Orv::Immediate) override { sm().handleComplete(); }
         void onStageRequest(Orv::String stage) override { sm().handleStageRequest(stage); }
         void onStageRequest(Orv::Immediate) override { sm().handleStageRequest(); }

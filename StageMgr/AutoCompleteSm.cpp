@@ -32,7 +32,7 @@ void AutoCompleteSm::handleTimeout() {
         return;
     }
     if (!eventConfig_) return;
-    if (logSm_) logSm_->logIs(Orv::concat({"  event ", eventConfig_->name(), " autocompleted"}));
+    if (logSm_) logSm_->lineIs({"  event ", eventConfig_->name(), " autocompleted"});
     if (retired() || !agentStatusLocal_) return;
     agentStatusLocal_->completeIs({eventConfig_->agent(), eventConfig_->stage(), instanceName_},
                                   true);

@@ -1,6 +1,9 @@
 // Registration: which agents take part in which stages.
 #include "StageMgr/ConfigSm.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "StageMgr/ConfigSmCriticality.h"
 #include "StageMgr/TraceUnit.h"
 
@@ -13,6 +16,7 @@ ConfigSm::ConfigSm(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
     config_.is(*this, std::move(config));
     config_.activeIs(false);
     status_.is(*this, std::move(status));
+    strangers_.open(status_.ptr());
     agentDir_.is(*this, std::move(agentDir));
     agentStatusDir_.is(*this, std::move(agentStatusDir));
     if (config_) handleAgent();
@@ -23,6 +27,7 @@ ConfigSm::ConfigSm(Orv::Ptr<const Config> config, Orv::Ptr<Status> status,
 ConfigSm::~ConfigSm() = default;
 
 void ConfigSm::dismantle() {
+    strangers_.open(nullptr);
     config_.disconnect();
     status_.disconnect();
     agentDir_.disconnect();
@@ -175,10 +180,28 @@ void ConfigSm::handleStatus() {
 
 void ConfigSm::handleStage(Orv::Name stage) {
     TRACE(8, " stage=", stage);
-    stageStatus_.map().walk([&](Orv::Name other) {
+    const auto visit = [&](Orv::Name other) {
         const Orv::Ptr<OrvStageStatus> reactor{stageStatus(other)};
         reactor->handleStage(stage);
+    };
+    const auto& reactors = stageStatus_.map();
+    if (!dependentsKnown() || traceUnit().handle.enabled(8)) return reactors.walk(visit);
+    // A stage that does not depend on this one would do nothing.
+    const Orv::Ptr<Status> status = this->status();
+    std::vector<std::size_t> places;
+    status->eachDependent(stage, [&](const StageStatus& dependent) {
+        const std::size_t place = reactors.place(dependent.key());
+        if (place != reactors.nowhere) places.push_back(place);
     });
+    std::sort(places.begin(), places.end());
+    const std::uint64_t changes = status->dependencyChanges();
+    reactors.walkAt(
+        places, [&] { return dependentsKnown() && status->dependencyChanges() == changes; }, visit);
+}
+
+// Whether the index over the class's stages knows the stages of all reactors.
+bool ConfigSm::dependentsKnown() const {
+    return strangers_.open() && status_->indexed() && strangers_.number == 0;
 }
 
 ConfigSm::OrvAgentConfig::OrvAgentConfig(Orv::Ptr<AgentConfig> agentConfig, ConfigSm* configSm)
@@ -194,9 +217,20 @@ void ConfigSm::OrvAgentConfig::handleEvent() {
     if (configSm_ == nullptr || !configSm_->status()) return;
     // Takes the agent out of the stages that it no longer lists.
     const Orv::Ptr<Status> status = configSm_->status();
+    if (status->indexed() && status->stagesOf(agent()) == listedStages()) return;
     status->stage().walk([&](Orv::Name stage) {
         if (status->stage(stage)->event().contains(agent())) handleEvent(stage);
     });
+}
+
+// In how many stages it has an event that it still lists.
+std::size_t ConfigSm::OrvAgentConfig::listedStages() const {
+    std::size_t stages = 0;
+    for (const auto& [name, event] : agentConfig_->event()) {
+        const Orv::Ptr<StageStatus> stage = configSm_->status()->stage(name);
+        if (stage && stage->event().contains(agent())) ++stages;
+    }
+    return stages;
 }
 
 // It has left them already, unless it goes while it is being told of that.

@@ -109,7 +109,38 @@ class ORV_API ConfigSm final : public Orv::Reactor {
     struct CriticalityStep;
     struct SpreadingEnd;
 
+    // Counts the stage reactors on stages that are none of the class: those that a host brought in,
+    // and those whose stage has left but just now. The class's index does not know them.
+    class Strangers final : private Status::Index {
+      public:
+        explicit Strangers(ConfigSm& configSm) : configSm_(configSm) {}
+        ~Strangers() { open(nullptr); }
+        Strangers(const Strangers&) = delete;
+        Strangers& operator=(const Strangers&) = delete;
+
+        bool open() const { return static_cast<bool>(status_); }
+        // Follows the stages of that class; null for none.
+        void open(Orv::Ptr<const Status> status) {
+            if (status_) status_->indexDel(*this);
+            if (status) status->indexIs(*this);
+            status_ = std::move(status);
+        }
+        void is(OrvStageStatus& reactor) noexcept;
+        std::size_t number = 0;
+
+      private:
+        void stageStored(StageStatus& stage, bool present) noexcept override;
+        void placesStored() noexcept override {}
+        void dependencyStored(StageStatus&, const Orv::String&, bool) noexcept override {}
+        void criticalStored(StageStatus&) noexcept override {}
+
+        ConfigSm& configSm_;
+        Orv::Ptr<const Status> status_;
+    };
+
     void dismantle() override;
+    void stored(OrvStageStatus& reactor);
+    bool dependentsKnown() const;
     Orv::Ptr<AgentConfig> agentConfigEntry(const Orv::Name& agent) const;
     Orv::Ptr<AgentStatus> agentStatusEntry(const Orv::Name& agent) const;
     void dropAgentEntry(const Orv::Name& agent);
@@ -121,6 +152,7 @@ class ORV_API ConfigSm final : public Orv::Reactor {
     Orv::Children<Orv::Name, AgentStatusSm> agentStatusSm_;
     Orv::Children<Orv::Name, OrvAgentConfig> agentConfig_;
     Orv::Children<Orv::Name, OrvStageStatus> stageStatus_;
+    Strangers strangers_{*this};
     std::deque<CriticalityStep> criticality_;
     bool tellingStage_ = false;
     bool initialized_ = false;
@@ -156,6 +188,7 @@ class ORV_API ConfigSm::OrvAgentConfig final : public Orv::Reactor {
         agentConfig_.disconnect();
         configSm_ = nullptr;
     }
+    std::size_t listedStages() const;
 
     ConfigSm* configSm_;
     Orv::OrderedMap<Orv::Name, bool> joined_;  // the stages that it was seen to list
@@ -197,7 +230,7 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
     void handleTimeout();
     void handleStage(Orv::Name stage);
 
-    void notificationActiveIs(bool active) override { stageStatus_.activeIs(active); }
+    void notificationActiveIs(bool active) override;
 
     static const Orv::TypeInfo& type();
     const Orv::TypeInfo* typeInfo() const override { return &type(); }
@@ -209,13 +242,28 @@ class ORV_API ConfigSm::OrvStageStatus final : public Orv::Reactor {
       public:
         using Watch::Watch;
         void onEvent(Orv::String agent) override { sm().handleEvent(agent); }
-        void onDependency(Orv::String stage) override { sm().handleDependency(stage); }
+        void onDependency(Orv::String stage) override { sm().dependencyChanged(stage); }
     };
 
     void dismantle() override;
     bool unwanted() const override { return stageStatus_->left(); }
     void criticalUpdate();
+    void tellCritical(const Orv::String& dependency);
+    void ancestorIs(const Orv::String& ancestor, bool value);
+    void ancestorDel(const Orv::String& ancestor);
+    bool known(const Orv::String& dependency) const;
+    void dependencyChanged(const Orv::String& dependency);
+    bool allTold() const;
+    void tellAnew();
+    void tellAnew(const Orv::String& ancestor);
 
+    // Every stage that this one depends on has been told what it is, as of that many changes of
+    // `critical` and `dependency`.
+    bool allTold_ = false;
+    bool tellAnew_ = false;  // since a way began here
+    bool stranger_ = false;
+    std::uint32_t toldCritical_ = 0;
+    std::uint32_t toldDependency_ = 0;
     ConfigSm* configSm_;
     Orv::OrderedMap<Orv::String, bool> criticalAncestor_;
     Orv::Children<Orv::Name, OrvEventConfig> eventConfig_;
@@ -250,12 +298,15 @@ class ORV_API ConfigSm::OrvEventConfig final : public Orv::Reactor {
         eventConfig_.disconnect();
         stageStatus_ = nullptr;
     }
-    bool unwanted() const override { return stood_ && !stands(); }
+    bool unwanted() const override {
+        return stood_ && stoodChanges_ != stageStatus_->stageStatus()->eventChanges() && !stands();
+    }
     bool stands() const;
 
     Orv::Name agent_;
     OrvStageStatus* stageStatus_;
     bool stood_ = false;  // in the stage, when this was made
+    std::uint32_t stoodChanges_ = 0;
     Orv::WatchSlot<OrvEvent, EventConfig> eventConfig_;
 };
 

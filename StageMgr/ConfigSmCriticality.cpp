@@ -18,6 +18,7 @@ OrvStageStatus::OrvStageStatus(Orv::Ptr<StageStatus> stageStatus, ConfigSm* conf
 }
 
 void OrvStageStatus::dismantle() {
+    if (stranger_) --configSm_->strangers_.number;
     stageStatus_.disconnect();
     eventConfig_.delAll();
     configSm_ = nullptr;
@@ -74,8 +75,26 @@ void OrvStageStatus::handleEventDel(Orv::String agent) {
 
 void OrvStageStatus::handleDependency(Orv::String dependency) {
     TRACE(8, " for stage ", stage(), " (dependency:", dependency, ")");
-    if (retired() || !configSm_->status() || !configSm_->status()->stage().contains(dependency))
-        return;
+    if (!retired()) tellCritical(dependency);
+}
+
+// A change of a dependency need not be told to the others: they know already if they did before.
+void OrvStageStatus::dependencyChanged(const Orv::String& dependency) {
+    const auto othersTold = [this] {
+        return allTold_ && toldCritical_ == stageStatus_->criticalChanges() &&
+               toldDependency_ + 1 == stageStatus_->dependencyChanges();
+    };
+    const bool before = othersTold();
+    handleDependency(dependency);
+    if (retired()) return;
+    if (before && othersTold() && known(dependency))
+        ++toldDependency_;
+    else if (!allTold())
+        tellAnew();
+}
+
+void OrvStageStatus::tellCritical(const Orv::String& dependency) {
+    if (!configSm_->status() || !configSm_->status()->stage().contains(dependency)) return;
     const Orv::Ptr<OrvStageStatus> other{configSm_->stageStatus(dependency)};
     if (!other) return;
     TRACE(9, "  Adjusting criticalAncestor for ", dependency);
@@ -84,19 +103,18 @@ void OrvStageStatus::handleDependency(Orv::String dependency) {
           " now dep && critic = ", wanted);
     TRACE(9, " criticalAncestors ", other->criticalAncestor().size());
     if (wanted)
-        other->criticalAncestorIs(stage(), true);
+        other->ancestorIs(stage(), true);
     else
-        other->criticalAncestorDel(stage());
+        other->ancestorDel(stage());
     TRACE(9, " criticalAncestors after ", other->criticalAncestor().size());
 }
 
 void OrvStageStatus::handleDependencyDel(Orv::String dependency) {
     TRACE(8, " for some event in stage ", stage(), " (dependency: ", dependency, ")");
-    for (const auto& [agent, event] : stageStatus_->event()) {
-        if (event->dependency(dependency)) {
-            TRACE(9, "Dependency found in event ", agent);
-            return;
-        }
+    if (stageStatus_->someEventDependsOn(dependency)) {
+        TRACE(9, "Dependency found in event ",
+              stageStatus_->firstAgent([&](const auto& e) { return e.dependency(dependency); }));
+        return;
     }
     TRACE(9, "Deleting dependency ", dependency, " from stage ", stage());
     stageStatus_->dependencyDel(dependency);
@@ -105,6 +123,30 @@ void OrvStageStatus::handleDependencyDel(Orv::String dependency) {
 void OrvStageStatus::handleStage(Orv::Name other) {
     TRACE(8, " for stage ", stage(), " detected stage ", other);
     if (stageStatus_->dependency(other)) handleDependency(other);
+}
+
+void OrvStageStatus::notificationActiveIs(bool active) {
+    stageStatus_.activeIs(active);
+    if (active) configSm_->stored(*this);
+}
+
+// Whether the stage that is depended on has been told what this one is, as far as it is there.
+bool OrvStageStatus::known(const Orv::String& dependency) const {
+    const OrvStageStatus* const other = configSm_->stageStatus(dependency);
+    if (other == nullptr || !stageStatus_->dependency().contains(dependency)) return true;
+    const bool* const held = other->criticalAncestor_.find(stage());
+    return stageStatus_->critical() ? held != nullptr && *held : held == nullptr;
+}
+
+bool OrvStageStatus::allTold() const {
+    if (!allTold_ || toldCritical_ != stageStatus_->criticalChanges() ||
+        toldDependency_ != stageStatus_->dependencyChanges())
+        return false;
+#ifndef NDEBUG
+    for (const auto& [dependency, depends] : stageStatus_->dependency())
+        Orv::assertThat(known(dependency), "known(dependency)");
+#endif
+    return true;
 }
 
 void OrvStageStatus::handleCritical(Orv::String key) {
@@ -125,12 +167,11 @@ void OrvStageStatus::criticalUpdate() {
     if (critical) {
         TRACE(9, " Critical because exists a critical ancestor");
     } else {
-        for (const auto& [agent, event] : stageStatus_->event()) {
-            if (!event->critical()) continue;
-            TRACE(9, " Critical because ", agent, " is critical");
-            critical = true;
-            break;
-        }
+        critical = stageStatus_->someEventCritical();
+        if (critical)
+            TRACE(9, " Critical because ",
+                  stageStatus_->firstAgent([](const auto& e) { return e.critical(); }),
+                  " is critical");
     }
     if (critical == stageStatus_->critical())
         TRACE(9, stage(), ": No change to critical (", critical, ").");
@@ -141,21 +182,64 @@ void OrvStageStatus::criticalUpdate() {
 }
 
 void OrvStageStatus::criticalAncestorIs(Orv::String ancestor, bool value) {
+    tellAnew(ancestor);
+    ancestorIs(ancestor, value);
+}
+
+void OrvStageStatus::criticalAncestorDel(Orv::String ancestor) {
+    tellAnew(ancestor);
+    ancestorDel(ancestor);
+}
+
+// What that stage has told this one no longer holds.
+void OrvStageStatus::tellAnew(const Orv::String& ancestor) {
+    OrvStageStatus* const reactor = retired() ? nullptr : configSm_->stageStatus(ancestor);
+    if (reactor != nullptr) reactor->tellAnew();
+}
+
+void OrvStageStatus::tellAnew() {
+    allTold_ = false;
+    tellAnew_ = true;
+}
+
+void OrvStageStatus::ancestorIs(const Orv::String& ancestor, bool value) {
     const bool* const held = criticalAncestor_.find(ancestor);
     if (held != nullptr && *held == value) return;  // this ends the spreading, also around a cycle
     criticalAncestor_.set(ancestor, value);
     handleCritical(ancestor);
 }
 
-void OrvStageStatus::criticalAncestorDel(Orv::String ancestor) {
+void OrvStageStatus::ancestorDel(const Orv::String& ancestor) {
     if (criticalAncestor_.del(ancestor))
         handleCritical(ancestor);  // the other end of the spreading
 }
 
+// What is stored from now on is told by the stages that depend on it.
+void ConfigSm::stored(OrvStageStatus& reactor) {
+    reactor.tellAnew();
+    if (!status_ || status_->stage(reactor.stage()) != reactor.entity()) strangers_.is(reactor);
+    if (dependentsKnown())
+        status_->eachDependent(reactor.stage(), [this](const StageStatus& dependent) {
+            if (OrvStageStatus* const other = stageStatus(dependent.key())) other->tellAnew();
+        });
+    else
+        for (const auto& [name, other] : stageStatus_.map()) other->tellAnew();
+}
+
+void ConfigSm::Strangers::is(OrvStageStatus& reactor) noexcept {
+    if (!std::exchange(reactor.stranger_, true)) ++number;
+}
+
+void ConfigSm::Strangers::stageStored(StageStatus& stage, bool present) noexcept {
+    OrvStageStatus* const reactor = present ? nullptr : configSm_.stageStatus(stage.key());
+    if (reactor != nullptr && reactor->entity() == &stage) is(*reactor);
+}
+
 // Depth first: a stage settles its own criticality, then tells each stage that it depends on, and
 // what that sets off comes before the next. The way is kept here rather than on the call stack,
-// since it may be as long as the longest chain of dependencies. Every step tells all, also when its
-// own criticality has not changed; a stage that is told what it knows already ends the way.
+// since it may be as long as the longest chain of dependencies. A step tells all, also when its own
+// criticality has not changed; a stage that is told what it knows already ends the way. So a step
+// is left out when all of them know already.
 void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
     // Whether the loop below got here by telling a stage: then it goes on with this one.
     const bool told = std::exchange(tellingStage_, false);
@@ -163,6 +247,7 @@ void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
     // under way goes on.
     const std::size_t base = criticality_.size();
     from->criticalUpdate();
+    if (from->retired() || (from->allTold() && !traceUnit().handle.enabled(9))) return;
     criticality_.emplace_back(from);
     if (told) return;
     const SpreadingEnd end{*this, base};
@@ -171,6 +256,7 @@ void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
         const Orv::String* const dependency =
             step.stage->retired() ? nullptr : step.remaining.next();
         if (dependency == nullptr) {
+            step.end();
             criticality_.pop_back();
             continue;
         }
@@ -181,9 +267,9 @@ void ConfigSm::spreadCriticality(const Orv::Ptr<OrvStageStatus>& from) {
               other->criticalAncestor().value(stage), ")");
         tellingStage_ = true;
         if (step.status->critical())
-            other->criticalAncestorIs(stage, true);
+            other->ancestorIs(stage, true);
         else
-            other->criticalAncestorDel(stage);
+            other->ancestorDel(stage);
         tellingStage_ = false;
     }
 }
@@ -194,6 +280,7 @@ OrvEventConfig::OrvEventConfig(Orv::Ptr<EventConfig> eventConfig, Orv::Name agen
     eventConfig_.is(*this, std::move(eventConfig));
     eventConfig_.activeIs(false);
     stood_ = stands();
+    stoodChanges_ = stageStatus->stageStatus()->eventChanges();
     handleDependency();
     handleTimeout();
     handleCritical();

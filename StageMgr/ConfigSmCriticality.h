@@ -7,10 +7,24 @@ namespace Stage {
 
 struct ConfigSm::CriticalityStep {
     explicit CriticalityStep(const Orv::Ptr<OrvStageStatus>& from)
-        : stage(from), status(from->stageStatus()), remaining(status->dependency()) {}
+        : stage(from),
+          status(from->stageStatus()),
+          criticalChanges(status->criticalChanges()),
+          dependencyChanges(status->dependencyChanges()),
+          remaining(status->dependency()) {
+        stage->tellAnew_ = false;
+    }
+    // It has told all of them.
+    void end() {
+        stage->allTold_ = !stage->tellAnew_;
+        stage->toldCritical_ = criticalChanges;
+        stage->toldDependency_ = dependencyChanges;
+    }
 
     const Orv::Ptr<OrvStageStatus> stage;
     const Orv::Ptr<StageStatus> status;  // outlives the walk over its dependencies
+    const std::uint32_t criticalChanges;
+    const std::uint32_t dependencyChanges;
     Orv::OrderedMap<Orv::String, bool>::Walk remaining;
 };
 

@@ -1,7 +1,5 @@
 // Time limits: of the stages, and the class's deadline for the watchdog.
 #include <charconv>
-#include <cmath>
-#include <limits>
 
 #include "StageMgr/ConfigSm.h"
 #include "StageMgr/ConfigSmCriticality.h"
@@ -13,17 +11,6 @@
 namespace Stage {
 
 namespace {
-
-// The nearest 32-bit float. What lies beyond its range is infinite, which C++ leaves open.
-float narrowed(double seconds) {
-    constexpr double largest = std::numeric_limits<float>::max();
-    constexpr double halfStepAbove = 0x1.ffffffp127;  // rounds to even, and so to infinity
-    if (std::abs(seconds) >= halfStepAbove)
-        return static_cast<float>(std::copysign(HUGE_VALF, seconds));
-    if (std::abs(seconds) > largest)
-        return std::copysign(std::numeric_limits<float>::max(), seconds > 0 ? 1.0f : -1.0f);
-    return static_cast<float>(seconds);
-}
 
 // As a stream writes a double: six significant digits, no trailing zeros.
 Orv::String decimalText(double seconds) {
@@ -46,12 +33,8 @@ void ConfigSm::OrvStageStatus::handleTimeout() {
     TRACE(8, " ", stage(), " timeout=", stageStatus_->timeout());
     if (retired()) return;
     // In single precision, on purpose: limits computed here have always been so, and systems in the
-    // field compare them. A NaN takes over, since nothing is greater than it.
-    float largest = 0;
-    for (const auto& [agent, event] : stageStatus_->event())
-        if (!(static_cast<double>(largest) > event->timeout()))
-            largest = narrowed(event->timeout());
-    const double limit = largest;
+    // field compare them.
+    const double limit = stageStatus_->largestEventTimeout();
     if (limit != stageStatus_->timeout()) TRACE(9, "  new timeout = ", limit);
     stageStatus_->timeoutIs(limit);
 }

@@ -24,11 +24,13 @@ InstanceStatusSm::InstanceStatusSm(
       agentStatusLocal_(std::move(agentStatusLocal)) {
     stageGlobalConfig_.is(*this, std::move(stageGlobalConfig));
     instanceStatus_.is(*this, std::move(instanceStatus));
+    readyStages_.open(status_, instanceStatus_.ptr());
     handleActiveStage();
     handleInitialized();
 }
 
 void InstanceStatusSm::dismantle() {
+    readyStages_.close();
     instanceStatus_.disconnect();
     stageGlobalConfig_.disconnect();
     globalStageClock_.del();
@@ -50,18 +52,21 @@ void InstanceStatusSm::handleInitialized() {
     const Orv::Ptr<InstanceStatus> own =
         status_ ? status_->instStatus(instanceName()) : Orv::Ptr<InstanceStatus>();
     if (!own || own->activeStage().empty()) {
-        if (status_ && stageSm_.empty() && stageEnableSm_.empty())
+        if (status_ && stageSm_.empty() && stageEnableSm_.empty()) {
+            stageEnableSm_.reserve(status_->stage().size());
+            stageSm_.reserve(status_->stage().size());
             for (const Orv::Name stage : status_->stage().walked()) {
                 TRACE(9, "Creating Stage Enable Sm for ", stage, " instanceName ", instanceName());
                 stageEnableSmIs(status_->stage(stage));
             }
+        }
         if (!completionStatus_ || !completionStatus_->complete()) startProgression();
     }
     if (needRecalculateNextStage_) doNextStage();
 }
 
 void InstanceStatusSm::startProgression() {
-    logIs(application() + " stages started");
+    logIs({"", application(), " stages started"});
     if (retired()) return;
     const double deadline = config_ ? config_->globalStageCompletionTimeout() : 0.0;
     // Only exactly zero means that there is none, on purpose: a negative one is over at once.
@@ -89,8 +94,9 @@ Orv::Ptr<StageSm> InstanceStatusSm::stageSmIs(Orv::Ptr<const StageStatus> stage,
 }
 
 void InstanceStatusSm::instanceStatusIs(Orv::Ptr<InstanceStatus> instanceStatus) {
-    if (instanceStatus_.is(*this, std::move(instanceStatus)) && instanceStatus_)
-        instanceStatus_.watch()->onActiveStage(Orv::Immediate());
+    if (!instanceStatus_.is(*this, std::move(instanceStatus))) return;
+    readyStages_.open(status_, instanceStatus_.ptr());
+    if (instanceStatus_) instanceStatus_.watch()->onActiveStage(Orv::Immediate());
 }
 
 void InstanceStatusSm::stageGlobalConfigIs(Orv::Ptr<const StageGlobalConfig> stageGlobalConfig) {
@@ -103,8 +109,8 @@ bool InstanceStatusSm::stageComplete(const Orv::Name& stage) const {
     return running != nullptr && running->complete();
 }
 
-void InstanceStatusSm::logIs(Orv::String line) {
-    if (logSm_) logSm_->logIs(std::move(line));
+void InstanceStatusSm::logIs(LogText line) {
+    if (logSm_) logSm_->lineIs(std::move(line));
 }
 
 Orv::Ptr<InstanceStatusSm> instanceStatusSmFactory(

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "StageMgr/LogSm.h"
+#include "StageMgr/ReadyStages.h"
 #include "StageMgr/StageEnableSm.h"
 #include "StageMgr/StageSm.h"
 #include "model/AgentStatusLocal.h"
@@ -74,6 +75,10 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
     // The stage has a reactor, and that is complete.
     bool stageComplete(const Orv::Name& stage) const;
 
+    // How many stages all passes together have looked at.
+    std::uint64_t visitedStages() const { return visitedStages_; }
+    ReadyStages& readyStages() { return readyStages_; }
+
     // Watches other entities instead; what is there is looked at at once.
     void instanceStatusIs(Orv::Ptr<InstanceStatus> instanceStatus);
     void stageGlobalConfigIs(Orv::Ptr<const StageGlobalConfig> stageGlobalConfig);
@@ -134,13 +139,23 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
 
     void dismantle() override;
     bool unwanted() const override { return instanceStatus_ && instanceStatus_->left(); }
+    // One look at all stages.
+    struct Pass {
+        bool criticalNotStarted;
+        bool inactiveStages = false;
+        bool incompleteActiveStages = false;
+    };
+
     void startProgression();
+    void walkStages();
+    void meetStage(const Orv::Name& name, Pass& pass);
+    void startReadyStages();
     bool someCriticalStageHasNotStarted() const;
     bool dependenciesComplete(const StageStatus& stage) const;
     bool heldByOperator(const Orv::Name& stage) const;
     void activate(const Orv::Ptr<StageStatus>& stage);
     void completeInstance();
-    void logIs(Orv::String line);
+    void logIs(LogText line);
 
     Orv::Ptr<const Config> config_;
     Orv::Ptr<const EnabledConfig> enabledConfig_;
@@ -153,6 +168,8 @@ class ORV_API InstanceStatusSm final : public Orv::Reactor {
     Orv::SingleChild<LogSm> logSm_;
     Orv::Children<Orv::Name, StageEnableSm> stageEnableSm_;
     Orv::Children<Orv::Name, StageSm> stageSm_;
+    ReadyStages readyStages_{*this};
+    std::uint64_t visitedStages_ = 0;
     bool needRecalculateNextStage_ = false;
     bool initialized_ = false;
     Orv::TimerSlot<OrvRecalculateNextStage> recalculateNextStage_{*this};

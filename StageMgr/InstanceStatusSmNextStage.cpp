@@ -43,43 +43,89 @@ void InstanceStatusSm::handleNextStage() {
     needRecalculateNextStage_ = false;
     if (retired() || !status_ || !instanceStatus_) return;
 
-    const bool criticalNotStarted = someCriticalStageHasNotStarted();
-    bool inactiveStages = false;
-    bool incompleteActiveStages = false;
+    // Who traces is told of every stage.
+    if (readyStages_.usable() && !traceUnit().handle.enabled(7))
+        startReadyStages();
+    else
+        walkStages();
+}
+
+void InstanceStatusSm::walkStages() {
+    Pass pass{.criticalNotStarted = someCriticalStageHasNotStarted()};
     for (const Orv::Name name : status_->stage().walked()) {
         if (retired()) return;
-        const Orv::Ptr<StageStatus> stage = status_->stage(name);
-        if (instanceStatus_->activeStage().contains(name)) {
-            if (criticalNotStarted && !stage->critical())
-                TRACE(9, "Stage ", name, " in progress, but now non-critical, ", " instanceName ",
-                      instanceName());
-            if (stageComplete(name)) continue;
-            TRACE(9, "Stage ", name, " in progress, but not yet complete, ", " instanceName ",
-                  instanceName());
-            incompleteActiveStages = true;
-            continue;
-        }
-        // Stays set when the stage is activated below, on purpose: this pass has met it inactive.
-        inactiveStages = true;
-        if (criticalNotStarted && !stage->critical()) {
-            TRACE(9, name, " is ready, but some critical stage hasn't started  yet, instanceName ",
-                  instanceName());
-            continue;
-        }
-        if (!dependenciesComplete(*stage)) continue;
-        if (heldByOperator(name)) {
-            TRACE(7, name, " ready, but not allowed to start, instanceName ", instanceName());
-            continue;
-        }
-        activate(stage);
+        meetStage(name, pass);
     }
     if (retired()) return;
 
-    if (!inactiveStages && !incompleteActiveStages)
+    if (!pass.inactiveStages && !pass.incompleteActiveStages)
         completeInstance();
-    else if (inactiveStages != incompleteActiveStages)
-        TRACE(7, " Inactive stages? ", inactiveStages, " IncompleteActiveStages? ",
-              incompleteActiveStages, " instanceName ", instanceName());
+    else if (pass.inactiveStages != pass.incompleteActiveStages)
+        TRACE(7, " Inactive stages? ", pass.inactiveStages, " IncompleteActiveStages? ",
+              pass.incompleteActiveStages, " instanceName ", instanceName());
+}
+
+void InstanceStatusSm::meetStage(const Orv::Name& name, Pass& pass) {
+    ++visitedStages_;
+    const Orv::Ptr<StageStatus> stage = status_->stage(name);
+    if (instanceStatus_->activeStage().contains(name)) {
+        if (pass.criticalNotStarted && !stage->critical())
+            TRACE(9, "Stage ", name, " in progress, but now non-critical, ", " instanceName ",
+                  instanceName());
+        if (stageComplete(name)) return;
+        TRACE(9, "Stage ", name, " in progress, but not yet complete, ", " instanceName ",
+              instanceName());
+        pass.incompleteActiveStages = true;
+        return;
+    }
+    // Stays set when the stage is activated below, on purpose: this pass has met it inactive.
+    pass.inactiveStages = true;
+    if (pass.criticalNotStarted && !stage->critical()) {
+        TRACE(9, name, " is ready, but some critical stage hasn't started  yet, instanceName ",
+              instanceName());
+        return;
+    }
+    if (!dependenciesComplete(*stage)) return;
+    if (heldByOperator(name)) {
+        TRACE(7, name, " ready, but not allowed to start, instanceName ", instanceName());
+        return;
+    }
+    activate(stage);
+}
+
+// What walkStages() does, with a visit to the stages alone that it would start or find held.
+// Nothing changes before the first of them starts, and that one is inactive when it is met: so the
+// instance can only be complete when nothing is inactive from the beginning. What happens while a
+// stage is started counts for those that stand behind it.
+void InstanceStatusSm::startReadyStages() {
+    if (!readyStages_.someInactive()) {
+        if (!readyStages_.someActiveIncomplete()) completeInstance();
+        return;
+    }
+    Pass pass{.criticalNotStarted = readyStages_.someCriticalInactive()};
+    const std::uint32_t end = status_->places();
+    const std::uint32_t renumberings = readyStages_.renumberings();
+    Orv::OrderedMap<Orv::Name, Orv::Ptr<StageStatus>>::Walk walk(status_->stage());
+    StageStatus* next = readyStages_.next(0, pass.criticalNotStarted);
+    while (next != nullptr && next->place() < end) {
+        const Orv::Ptr<StageStatus> stage(next);
+        const std::uint32_t place = stage->place();
+        ++visitedStages_;
+        if (!heldByOperator(stage->key())) {
+            walk.goTo(status_->stage().place(stage->key()));
+            walk.next();
+            activate(stage);
+            if (retired()) return;
+            // Somebody takes stages away meanwhile: the places tell no longer what is left.
+            if (walk.disturbed() || readyStages_.renumberings() != renumberings ||
+                !readyStages_.usable()) {
+                while (const Orv::Name* const name = walk.next())
+                    if (!retired()) meetStage(Orv::Name(*name), pass);
+                return;
+            }
+        }
+        next = readyStages_.next(place + 1, pass.criticalNotStarted);
+    }
 }
 
 bool InstanceStatusSm::someCriticalStageHasNotStarted() const {
@@ -120,7 +166,7 @@ bool InstanceStatusSm::heldByOperator(const Orv::Name& stage) const {
 
 void InstanceStatusSm::activate(const Orv::Ptr<StageStatus>& stage) {
     TRACE(7, "Activating stage ", stage->key(), " instanceName ", instanceName());
-    logIs(Orv::concat({"stage ", stage->key(), " started"}));
+    logIs({"stage ", stage->key(), " started"});
     if (retired()) return;
     // The stage's reactor is made by the callback of this change.
     instanceStatus_->activeStageIs(stage);
@@ -133,7 +179,7 @@ void InstanceStatusSm::completeInstance() {
     if (completionStatus_) completionStatus_->completeIs(true);
     if (retired()) return;
     globalStageClock_.timeMinIs(Orv::never);
-    logIs(application() + " stages complete");
+    logIs({"", application(), " stages complete"});
 }
 
 void InstanceStatusSm::handleActiveStage() {

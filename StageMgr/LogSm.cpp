@@ -7,10 +7,22 @@ namespace Stage {
 
 void LogSm::logIs(Orv::String message) {
     TRACE(8, " instanceName ", instanceName_, ": ", message);
+    append(std::move(message));
+}
+
+void LogSm::lineIs(LogText line) {
+    if (traceUnit().handle.enabled(8)) return logIs(line.text());
+    append(std::move(line));
+}
+
+void LogSm::append(LogText message) {
     if (retired() || !log_) return;
-    const Orv::Ptr<InstanceLog> instanceLog = log_->instanceLogIs(instanceName_);
-    // Whoever is told of the new log may disable the instance, and the log is gone again.
-    if (retired() || instanceLog->left()) return;
+    if (!instanceLog_ || instanceLog_->left()) {
+        instanceLog_ = log_->instanceLogIs(instanceName_);
+        // Whoever is told of the new log may disable the instance, and the log is gone again.
+        if (retired() || instanceLog_->left()) return;
+    }
+    const Orv::Ptr<InstanceLog> instanceLog = instanceLog_;
     instanceLog->logEnq({Orv::System::currentTime(), std::move(message)});
 }
 

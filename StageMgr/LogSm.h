@@ -20,13 +20,19 @@ class ORV_API LogSm final : public Orv::Reactor {
     // Appends a line with the current time; the instance's log is made by its first line. Writes
     // nothing once the instance is gone.
     void logIs(Orv::String message);
+    // The same of a line that is mostly fixed words.
+    void lineIs(LogText line);
 
     static const Orv::TypeInfo& type();
     const Orv::TypeInfo* typeInfo() const override { return &type(); }
 
   private:
+    void dismantle() override { instanceLog_ = nullptr; }
+    void append(LogText message);
+
     Orv::Ptr<Log> log_;
     Orv::String instanceName_;
+    Orv::Ptr<InstanceLog> instanceLog_;  // the one written last
 };
 
 ORV_API Orv::Ptr<LogSm> logSmFactory(Orv::Ptr<Log> log, Orv::String instanceName,

@@ -27,8 +27,13 @@ void StageEnableSm::handleDependencyDel(Orv::String name) {
     const auto& dependency = stage_->dependency();
     // An addition or a change cannot make the stage more ready.
     if (mainSm_ == nullptr || dependency.contains(name)) return;
-    for (const auto& [remaining, depends] : dependency)
-        if (!mainSm_->stageComplete(remaining)) return;
+    const ReadyStages& ready = mainSm_->readyStages();
+    if (ready.usable() && ready.contains(*stage_.get())) {
+        if (!ready.dependenciesComplete(*stage_.get())) return;
+    } else {
+        for (const auto& [remaining, depends] : dependency)
+            if (!mainSm_->stageComplete(remaining)) return;
+    }
     mainSm_->doNextStage();
 }
 

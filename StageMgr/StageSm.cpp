@@ -17,6 +17,8 @@ StageSm::StageSm(Orv::Ptr<const StageStatus> stage, Orv::String instanceName, Or
     stage_.is(*this, std::move(stage));
     stage_.activeIs(false);
     agentStatusLocal_.is(*this, std::move(agentStatusLocal));
+    event_.reserve(stage_->event().size());
+    pendingEvent_.reserve(stage_->event().size());
     handleEvent();
     handleInitialized();
 }
@@ -27,6 +29,7 @@ void StageSm::dismantle() {
     stageUncompleted_.del();
     event_.delAll();
     autoCompleteSm_.delAll();
+    countedUpdate();
     mainSm_ = nullptr;
 }
 
@@ -63,6 +66,7 @@ void StageSm::handleEvent(Orv::String agent) {
 // reconciles them with the stage.
 void StageSm::handleEvent() {
     TRACE(8, " stage ", stageName(), " instanceName ", instanceName_);
+    eventsSeen_ = stage_->eventChanges();
     stage_->event().walk([this](Orv::String agent) {
         if (!retired()) eventIs(agent, stage_->event(agent));
     });
@@ -75,8 +79,9 @@ void StageSm::handleEvent() {
 
 // Whoever was told of a line while this was made may have changed the stage's events.
 void StageSm::notificationActiveIs(bool active) {
+    countedUpdate();
     stage_.activeIs(active);
-    if (!active) return;
+    if (!active || eventsSeen_ == stage_->eventChanges()) return;
     stage_->event().walk([this](Orv::String agent) {
         if (event(agent) != stage_->event(agent)) handleEvent(agent);
     });
@@ -91,8 +96,10 @@ Orv::Ptr<EventConfig> StageSm::event(const Orv::String& agent) const {
 }
 
 void StageSm::eventIs(Orv::String agent, Orv::Ptr<EventConfig> event) {
-    event_.keepOrReplace(*this, agent, event.get(),
-                         [&] { return Orv::make<OrvEvent>(event, agent, this); });
+    event_.keepOrReplace(*this, agent, event.get(), [&] {
+        ++eventsJoined_;
+        return Orv::make<OrvEvent>(event, agent, this);
+    });
 }
 
 StageSm::OrvEvent::OrvEvent(Orv::Ptr<EventConfig> eventConfig, Orv::String key, StageSm* stageSm)
@@ -101,6 +108,7 @@ StageSm::OrvEvent::OrvEvent(Orv::Ptr<EventConfig> eventConfig, Orv::String key, 
     eventConfig_.is(*this, std::move(eventConfig));
     eventConfig_.activeIs(false);
     stood_ = stands();
+    stoodChanges_ = stageSm->stage()->eventChanges();
     handleComplete();
 }
 
@@ -133,11 +141,14 @@ void handleEventStart(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
         TRACE(8, " reboot already in progress, do nothing.");
         return;
     }
-    const auto stands = [&] { return stageSm.stage()->event(event->agent()) == event; };
+    const StageStatus& stage = *stageSm.stage();
+    const auto stands = [&] { return stage.event(event->agent()) == event; };
     const bool stood = stands();
-    stageSm.logIs(Orv::concat({"  event ", event->name(), " started"}));
+    const std::uint32_t changes = stage.eventChanges();
+    stageSm.logIs({"  event ", event->name(), " started"});
+    if (stageSm.retired()) return;
     // Whoever was told of the line may have taken the event out of the stage.
-    if (stageSm.retired() || (stood && !stands())) return;
+    if (stage.eventChanges() != changes && stood && !stands()) return;
     stageSm.pendingEventIs(event);
     stageSm.maybeAddAutoCompleteSm(event);
 }
@@ -188,9 +199,9 @@ Orv::Ptr<AutoCompleteSm> StageSm::autoCompleteSmIs(Orv::Ptr<EventConfig> event,
 void StageSm::pendingEventIs(Orv::Ptr<const EventConfig> event) {
     if (!event) throw Orv::NullParameterError("_pendingEvent", "Stage::StageSm::pendingEvent");
     const Orv::String name = event->name();
-    const Orv::Ptr<const EventConfig>* const held = pendingEvent_.find(name);
-    if (held != nullptr && *held == event) return;
-    pendingEvent_.set(name, std::move(event));
+    Orv::Ptr<const EventConfig>& held = pendingEvent_.member(name);
+    if (held == event) return;
+    held = std::move(event);
     handlePendingEvent(name);
 }
 
@@ -215,7 +226,7 @@ void StageSm::handlePendingEvent() {
     }
     TRACE(8, " with ", pendingEvent_.size(), " pendingEvents, instanceName ", instanceName_);
     if (retired() || !pendingEvent_.empty() || complete_) return;
-    const Orv::String line = Orv::concat({"stage ", stageName(), " is complete"});
+    const LogText line("stage ", stageName(), " is complete");
     TRACE(7, line);
     if (timedOut_) {
         TRACE(0, "stage ", stageName(), " completed, but had previously timed out, instanceName ",
@@ -232,13 +243,20 @@ void StageSm::handlePendingEvent() {
 
 bool StageSm::rebootRequested() const { return mainSm_ != nullptr && mainSm_->rebootRequested(); }
 
-void StageSm::logIs(Orv::String line) {
-    if (logSm_ && !retired()) logSm_->logIs(std::move(line));
+void StageSm::logIs(LogText line) {
+    if (logSm_ && !retired()) logSm_->lineIs(std::move(line));
 }
 
 void StageSm::completeIs(bool complete) {
-    if (Orv::assign(complete_, complete))
-        deliver([](auto& n) { static_cast<NotifieeConst&>(n).onComplete(); });
+    if (!Orv::assign(complete_, complete)) return;
+    countedUpdate();
+    deliver([](auto& n) { static_cast<NotifieeConst&>(n).onComplete(); });
+}
+
+void StageSm::countedUpdate() {
+    if (mainSm_ == nullptr) return;
+    const bool counted = complete_ && mainSm_->stageSm().find(stageName()) == this;
+    if (Orv::assign(counted_, counted)) mainSm_->readyStages().completeIs(*stage_.get(), counted);
 }
 
 void StageSm::timedOutIs(bool timedOut) {

@@ -109,11 +109,15 @@ class ORV_API StageSm final : public Orv::Reactor {
         void onEvent(Orv::String agent) override { sm().handleEvent(agent); }
     };
 
-    class OrvAgentStatusLocal final : public Orv::Watch<AgentStatusLocal, StageSm> {
+    class OrvAgentStatusLocal final : public AgentStatusLocal::SubscriberConst {
       public:
-        using Watch::Watch;
-        void onComplete(AgentStatusKey key) override { sm().handleCompleteLocal(key); }
-        void onComplete(Orv::Immediate) override { sm().handleCompleteLocal(); }
+        OrvAgentStatusLocal(StageSm& sm, Orv::Ptr<const AgentStatusLocal> record)
+            : SubscriberConst(std::move(record), sm.stageName(), sm.instanceName()), sm_(sm) {}
+        void onComplete(AgentStatusKey key) override { sm_.handleCompleteLocal(std::move(key)); }
+        void onComplete(Orv::Immediate) override { sm_.handleCompleteLocal(); }
+
+      private:
+        StageSm& sm_;
     };
 
     class OrvStageUncompleted final : public Orv::TimerOf<StageSm> {
@@ -146,12 +150,15 @@ class ORV_API StageSm final : public Orv::Reactor {
             eventConfig_.disconnect();
             stageSm_ = nullptr;
         }
-        bool unwanted() const override { return stood_ && !stands(); }
+        bool unwanted() const override {
+            return stood_ && stoodChanges_ != stageSm_->stage()->eventChanges() && !stands();
+        }
         bool stands() const;
 
         Orv::String key_;
         StageSm* stageSm_;
         bool stood_ = false;  // in the stage, when this was made
+        std::uint32_t stoodChanges_ = 0;
         Orv::WatchSlot<OrvEventConfig, EventConfig> eventConfig_;
     };
 
@@ -159,7 +166,9 @@ class ORV_API StageSm final : public Orv::Reactor {
     friend void handleEventComplete(StageSm& stageSm, Orv::Ptr<EventConfig> event);
 
     void dismantle() override;
-    void logIs(Orv::String line);
+    void logIs(LogText line);
+    // Lets the stages that depend on this one know, as soon as it is complete and has been stored.
+    void countedUpdate();
     void completeIs(bool complete);
     void timedOutIs(bool timedOut);
     void completionTimeIs(double seconds);
@@ -168,12 +177,15 @@ class ORV_API StageSm final : public Orv::Reactor {
     Orv::Ptr<LogSm> logSm_;
     InstanceStatusSm* mainSm_;
     bool complete_ = false;
+    bool counted_ = false;  // as complete, with the stages that depend on it
     bool timedOut_ = false;
     bool initialized_ = false;
     double completionTime_ = 0.0;
     Orv::Children<Orv::String, AutoCompleteSm> autoCompleteSm_;
     Orv::OrderedMap<Orv::String, Orv::Ptr<const EventConfig>> pendingEvent_;
     Orv::Children<Orv::String, OrvEvent> event_;
+    std::size_t eventsJoined_ = 0;
+    std::uint32_t eventsSeen_ = 0;  // of the stage's changes of its events
     Orv::TimerSlot<OrvStageUncompleted> stageUncompleted_{*this};
     Orv::WatchSlot<OrvAgentStatusLocal, AgentStatusLocal> agentStatusLocal_;
     Orv::WatchSlot<OrvStage, const StageStatus> stage_;

@@ -1,4 +1,7 @@
 // How reports reach the stage: by the class's record of completions.
+#include <algorithm>
+#include <vector>
+
 #include "StageMgr/StageSm.h"
 #include "StageMgr/TraceUnit.h"
 
@@ -19,11 +22,27 @@ void StageSm::handleCompleteLocal() {
         return;
     }
     TRACE(8, " stage ", stageName(), " instanceName ", instanceName_);
-    // Reports of all stages and instances; the handler of one report picks its own.
     const Orv::Ptr<AgentStatusLocal> record = agentStatusLocal();
-    record->complete().walk([this](AgentStatusKey key) {
+    const auto visit = [this](AgentStatusKey key) {
         if (!retired()) handleCompleteLocal(key);
-    });
+    };
+    if (Orv::TraceHandle::someEnabled()) {
+        // Reports of all stages and instances; the handler of one report picks its own.
+        record->complete().walk(visit);
+        return;
+    }
+    if (record->reports(stageName(), instanceName_) == 0) return;
+    // Those of the stage's events in this instance, in the order of the record; as long as no event
+    // joins, no other matters.
+    std::vector<std::size_t> places;
+    for (const auto& [agent, event] : event_.map()) {
+        const std::size_t place = record->complete().place({agent, stageName(), instanceName_});
+        if (place != record->complete().nowhere) places.push_back(place);
+    }
+    std::sort(places.begin(), places.end());
+    const std::size_t joined = eventsJoined_;
+    record->complete().walkAt(
+        places, [&] { return eventsJoined_ == joined; }, visit);
 }
 
 void StageSm::handleCompleteLocal(AgentStatusKey key) {
@@ -60,7 +79,7 @@ void handleEventComplete(StageSm& stageSm, Orv::Ptr<EventConfig> event) {
         return;
     }
     // Also for an event that is not pending, on purpose: every accepted report leaves its line.
-    stageSm.logIs(Orv::concat({"  event ", event->name(), " completed"}));
+    stageSm.logIs({"  event ", event->name(), " completed"});
     if (stageSm.retired()) return;
     stageSm.pendingEventDel(event->name());
     if (stageSm.retired()) return;

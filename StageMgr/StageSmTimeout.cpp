@@ -24,11 +24,11 @@ void StageSm::handleStageUncompleted() {
     for (const auto& [name, event] : pendingEvent_) TRACE(9, "  ", name);
 
     // For every stage whose time is up, on purpose, critical ones that are not complete included.
-    logIs(Orv::concat({"stage ", stageName(), " is complete (timeout)"}));
+    logIs({"stage ", stageName(), " is complete (timeout)"});
     if (retired()) return;
 
     if (!stage_->critical() || mainSm_->continueOnTimeout()) {
-        logIs(Orv::concat({"stage ", stageName(), " timed out but will continue on"}));
+        logIs({"stage ", stageName(), " timed out but will continue on"});
         if (retired()) return;
         completionTimeIs(Orv::System::currentTime());
         if (!retired()) timedOutIs(true);

@@ -119,7 +119,7 @@ void HumanView::row(double t, std::string_view who, std::string_view text, Colou
 }
 
 void HumanView::onLog(double t, const Stage::InstanceLog& log) {
-    const std::string text = printable(log.log().back().message);
+    const std::string text = printable(log.log().back().message.text());
     // The lines of single events are indented.
     row(t, labelOf(log), text, text.starts_with(' ') ? Colour::dim : Colour::plain);
 }

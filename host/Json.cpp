@@ -1,6 +1,7 @@
 #include "host/Json.h"
 
 #include <fmt/format.h>
+#include <array>
 
 #include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/src.hpp>
@@ -175,6 +176,17 @@ void appendNumber(std::string& to, double number) {
     if (digits.find('.') == std::string_view::npos) to += ".0";
 }
 
+namespace {
+
+// By byte: whether it stands in a JSON text as it is. Most do, and a look here is all they cost.
+constexpr std::array<bool, 256> plainBytes = [] {
+    std::array<bool, 256> plain{};
+    for (std::size_t byte = 0x20; byte < 0x80; ++byte) plain[byte] = byte != '"' && byte != '\\';
+    return plain;
+}();
+
+}  // namespace
+
 void appendText(std::string& to, std::string_view text) {
     to += '"';
     std::size_t plain = 0;  // what follows here is copied as it is
@@ -185,6 +197,10 @@ void appendText(std::string& to, std::string_view text) {
     };
     for (std::size_t at = 0; at < text.size();) {
         const unsigned char c = static_cast<unsigned char>(text[at]);
+        if (plainBytes[c]) {
+            ++at;
+            continue;
+        }
         if (c >= 0x80) {
             const std::size_t length = utf8Length(text, at);
             if (length == 0) replace(at, "\xef\xbf\xbd");

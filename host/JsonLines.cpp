@@ -139,8 +139,12 @@ void appendValue(std::string& to, const Orv::Value& value) {
 JsonLines::~JsonLines() { out_.write(text_.data(), static_cast<std::streamsize>(text_.size())); }
 
 void JsonLines::begin(double t, std::string_view event) {
-    text_ += "{\"t\": ";
-    appendNumber(text_, t);
+    if (t != time_) {
+        timeText_ = "{\"t\": ";
+        appendNumber(timeText_, t);
+        time_ = t;
+    }
+    text_ += timeText_;
     field("event", event);
 }
 
@@ -196,7 +200,7 @@ void JsonLines::onEntry(double t, const Orv::Entity& entry, bool present) {
 void JsonLines::onLog(double t, const Stage::InstanceLog& log) {
     begin(t, "log");
     field("path", log.path());
-    field("message", log.log().back().message);
+    field("message", log.log().back().message.text());
     end();
 }
 

@@ -41,6 +41,9 @@ class JsonLines final : public View {
     std::ostream& out_;
     std::ostream* printed_;
     std::string text_;
+    // How a line at `time_` begins: many have the same time.
+    double time_ = -1;
+    std::string timeText_;
 };
 
 // A value as observations show it: an entity as its path, or null.

@@ -29,6 +29,19 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
         virtual void onCompleteNotRunnable() {}
     };
 
+    // What sums up the events of a stage: it is told while a change is stored, before anybody else.
+    class Holder {
+      public:
+        virtual void criticalStored(bool critical) noexcept = 0;
+        virtual void timeoutStored(double before, double after) noexcept = 0;
+        // Absent counts as false.
+        virtual void dependencyStored(const Orv::String& stage, bool before,
+                                      bool after) noexcept = 0;
+
+      protected:
+        ~Holder() = default;
+    };
+
     // It stands under its stage's name; its own name is "stage:agent".
     EventConfig(Orv::Name stage, Orv::String agent)
         : Notifier(stage),
@@ -86,12 +99,16 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
     const Orv::OrderedMap<Orv::String, bool>& dependency() const { return dependency_.map(); }
     bool dependency(const Orv::String& stage) const { return dependency().value(stage); }
     void dependencyIs(Orv::String stage, bool depends) {
-        if (dependency_.set(stage, depends))
-            changed("dependency", stage, [&](auto& n) { n.onDependency(stage); });
+        const bool before = holder_ != nullptr && dependency(stage);
+        if (!dependency_.set(stage, depends)) return;
+        if (holder_ != nullptr) holder_->dependencyStored(stage, before, depends);
+        changed("dependency", stage, [&](auto& n) { n.onDependency(stage); });
     }
     void dependencyDel(Orv::String stage) {
-        if (dependency_.del(stage))
-            changed("dependency", stage, [&](auto& n) { n.onDependency(stage); });
+        bool before = false;
+        if (!dependency_.del(stage, &before)) return;
+        if (holder_ != nullptr) holder_->dependencyStored(stage, before, false);
+        changed("dependency", stage, [&](auto& n) { n.onDependency(stage); });
     }
     void dependencyDelAll() {
         dependency().walk([this](Orv::String stage) { dependencyDel(stage); });
@@ -100,13 +117,18 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
     // Seconds. The largest over a stage's events bounds the stage.
     double timeout() const { return timeout_; }
     void timeoutIs(double seconds) {
-        if (Orv::assign(timeout_, seconds)) changed("timeout", [](auto& n) { n.onTimeout(); });
+        const double before = timeout_;
+        if (!Orv::assign(timeout_, seconds)) return;
+        if (holder_ != nullptr) holder_->timeoutStored(before, seconds);
+        changed("timeout", [](auto& n) { n.onTimeout(); });
     }
 
     // Makes its stage critical, and with it every stage that this one depends on.
     bool critical() const { return critical_; }
     void criticalIs(bool critical) {
-        if (Orv::assign(critical_, critical)) changed("critical", [](auto& n) { n.onCritical(); });
+        if (!Orv::assign(critical_, critical)) return;
+        if (holder_ != nullptr) holder_->criticalStored(critical);
+        changed("critical", [](auto& n) { n.onCritical(); });
     }
 
     // Seconds from the event's start until the manager completes it on the agent's behalf; read
@@ -130,6 +152,10 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
             changed("completeNotRunnable", [](auto& n) { n.onCompleteNotRunnable(); });
     }
 
+    // What sums it up; null when nothing does. Not counted.
+    Holder* holder() const { return holder_; }
+    void holderIs(Holder* holder) { holder_ = holder; }
+
     static const Orv::TypeInfo& type();
 
   private:
@@ -144,6 +170,7 @@ class ORV_API EventConfig final : public Orv::Notifier<EventConfig> {
     double autoCompleteTimeout_ = 0.0;
     bool enableAutoComplete_ = false;
     bool completeNotRunnable_ = false;
+    Holder* holder_ = nullptr;
 };
 
 }  // namespace Stage

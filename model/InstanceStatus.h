@@ -1,6 +1,8 @@
 // How far an instance has come.
 #pragma once
 
+#include <vector>
+
 #include "model/Progress.h"
 #include "model/StageStatus.h"
 #include "runtime/Entity.h"
@@ -20,6 +22,16 @@ class ORV_API InstanceStatus final : public Orv::Notifier<InstanceStatus> {
         virtual void onSuspended() {}
     };
 
+    // An index over the started stages: it is told while a change is stored, before anybody else.
+    class Index {
+      public:
+        // The stage was added to `activeStage` or removed from it.
+        virtual void activeStageStored(const StageStatus& stage, bool present) noexcept = 0;
+
+      protected:
+        ~Index() = default;
+    };
+
     explicit InstanceStatus(Orv::Name instance) : Notifier(std::move(instance)) {}
 
     // Per stage name: the stages that have started. The manager removes none.
@@ -32,13 +44,22 @@ class ORV_API InstanceStatus final : public Orv::Notifier<InstanceStatus> {
     // Puts it under its own name.
     void activeStageIs(Orv::Ptr<StageStatus> stage) {
         const Orv::Name name = stage->key();
-        if (activeStage_.set(name, std::move(stage)))
-            changed("activeStage", name, [&](auto& n) { n.onActiveStage(name); });
+        const std::size_t before = activeStage().size();
+        if (!activeStage_.set(name, stage)) return;
+        if (activeStage().size() != before)
+            for (Index* const index : indexes_) index->activeStageStored(*stage, true);
+        changed("activeStage", name, [&](auto& n) { n.onActiveStage(name); });
     }
     void activeStageDel(Orv::Name stage) {
-        if (activeStage_.del(stage))
-            changed("activeStage", stage, [&](auto& n) { n.onActiveStage(stage); });
+        Orv::Ptr<StageStatus> gone;
+        if (!activeStage_.del(stage, &gone)) return;
+        for (Index* const index : indexes_) index->activeStageStored(*gone, false);
+        gone = nullptr;
+        changed("activeStage", stage, [&](auto& n) { n.onActiveStage(stage); });
     }
+    // Not counted.
+    void indexIs(Index& index) { indexes_.push_back(&index); }
+    void indexDel(Index& index) { std::erase(indexes_, &index); }
     void activeStageDelAll() {
         activeStage().walk([this](Orv::Name stage) { activeStageDel(stage); });
     }
@@ -70,6 +91,7 @@ class ORV_API InstanceStatus final : public Orv::Notifier<InstanceStatus> {
     Orv::Ptr<Progress> progress_;
     bool complete_ = false;
     bool suspended_ = false;
+    std::vector<Index*> indexes_;
 };
 
 }  // namespace Stage

@@ -1,6 +1,7 @@
 // One line of an instance's progress log.
 #pragma once
 
+#include "model/LogText.h"
 #include "runtime/Export.h"
 #include "runtime/String.h"
 #include "runtime/Value.h"
@@ -9,7 +10,7 @@ namespace Stage {
 
 struct ORV_API LogEntry {
     double time = 0.0;  // seconds, of Orv::System
-    Orv::String message;
+    LogText message;
 
     friend bool operator==(const LogEntry&, const LogEntry&) = default;
 

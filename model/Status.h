@@ -1,6 +1,9 @@
 // The stages of a class, and its instances.
 #pragma once
 
+#include <vector>
+
+#include "model/Dependents.h"
 #include "model/InstanceStatus.h"
 #include "model/StageStatus.h"
 #include "runtime/Entity.h"
@@ -8,8 +11,28 @@
 namespace Stage {
 
 // One per stage class; its members are made and written by the manager.
-class ORV_API Status final : public Orv::Notifier<Status> {
+//
+// Beside its stages it keeps what would otherwise cost a walk over all of them. These indexes
+// follow from the stages' attributes, and are up to date before anybody is told of a change. They
+// are given up for good, and `indexed` turns false, when there is no memory for them.
+class ORV_API Status final : public Orv::Notifier<Status>, private StageStatus::Holder {
   public:
+    // Another index over the stages: it is told while a change is stored, before anybody else, and
+    // may read everything, but change nothing.
+    class Index {
+      public:
+        // The stage has joined, behind all others, or has left.
+        virtual void stageStored(StageStatus& stage, bool present) noexcept = 0;
+        // Every stage has got another place, in the same order.
+        virtual void placesStored() noexcept = 0;
+        virtual void dependencyStored(StageStatus& stage, const Orv::String& dependency,
+                                      bool present) noexcept = 0;
+        virtual void criticalStored(StageStatus& stage) noexcept = 0;
+
+      protected:
+        ~Index() = default;
+    };
+
     class ORV_API NotifieeConst : public Orv::NotifieeOf<Status> {
       public:
         virtual void onStage(Orv::Name /*stage*/) {}
@@ -22,23 +45,14 @@ class ORV_API Status final : public Orv::Notifier<Status> {
     };
 
     explicit Status(Orv::Name name = {}) : Notifier(std::move(name)) {}
-    ~Status() override {
-        orphan(stage_);
-        orphan(instStatus_);
-    }
+    ~Status() override;
 
     // Per stage name. A stage without events stays.
     const Orv::OrderedMap<Orv::Name, Orv::Ptr<StageStatus>>& stage() const { return stage_; }
     Orv::Ptr<StageStatus> stage(const Orv::Name& stage) const { return stage_.value(stage); }
     // Returns the one that is there, or makes one.
-    Orv::Ptr<StageStatus> stageIs(Orv::Name stage) {
-        return memberIs(
-            stage_, "stage", stage, [&] { return Orv::make<StageStatus>(stage); },
-            [&](auto& n) { n.onStage(stage); });
-    }
-    void stageDel(Orv::Name stage) {
-        memberDel(stage_, "stage", stage, [&](auto& n) { n.onStage(stage); });
-    }
+    Orv::Ptr<StageStatus> stageIs(Orv::Name stage);
+    void stageDel(Orv::Name stage);
     void stageDelAll() {
         stage_.walk([this](Orv::Name stage) { stageDel(stage); });
     }
@@ -70,6 +84,23 @@ class ORV_API Status final : public Orv::Notifier<Status> {
         if (Orv::assign(sorted_, sorted)) changed("sorted", [](auto& n) { n.onSorted(); });
     }
 
+    bool indexed() const { return indexed_; }
+    // Calls visit(StageStatus&) with each stage that lists the dependency, with whatever value, in
+    // no particular order; nothing may change meanwhile.
+    template <class Visit>
+    void eachDependent(const Orv::String& dependency, Visit&& visit) const {
+        if (const Dependents* const held = dependents_.find(dependency)) held->each(visit);
+    }
+    // In how many stages the agent has an event.
+    std::size_t stagesOf(const Orv::String& agent) const { return agentStages_.value(agent); }
+    // Counts the changes of the stages' dependencies.
+    std::uint64_t dependencyChanges() const { return dependencyChanges_; }
+    // The places of the stages rise along their order, and are below this.
+    std::uint32_t places() const { return places_; }
+    // Not counted; being indexed does not change it.
+    void indexIs(Index& index) const { indexes_.push_back(&index); }
+    void indexDel(Index& index) const { std::erase(indexes_, &index); }
+
     static const Orv::TypeInfo& type();
 
   private:
@@ -77,10 +108,24 @@ class ORV_API Status final : public Orv::Notifier<Status> {
         stageDelAll();
         instStatusDelAll();
     }
+    void agentStored(const Orv::String& agent, bool present) noexcept override;
+    void dependencyStored(StageStatus& stage, const Orv::String& dependency,
+                          bool present) noexcept override;
+    void criticalStored(StageStatus& stage) noexcept override;
+    void stageStored(StageStatus& stage) noexcept;
+    void stageGone(StageStatus& stage) noexcept;
+    void dependentIs(StageStatus& stage, const Orv::String& dependency, bool present);
 
     Orv::OrderedMap<Orv::Name, Orv::Ptr<StageStatus>> stage_;
     Orv::OrderedMap<Orv::Name, Orv::Ptr<InstanceStatus>> instStatus_;
     bool sorted_ = false;
+
+    Orv::OrderedMap<Orv::String, Dependents> dependents_;
+    Orv::OrderedMap<Orv::String, std::size_t> agentStages_;
+    std::uint64_t dependencyChanges_ = 0;
+    std::uint32_t places_ = 0;
+    bool indexed_ = true;
+    mutable std::vector<Index*> indexes_;
 };
 
 }  // namespace Stage

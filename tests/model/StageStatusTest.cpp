@@ -1,5 +1,9 @@
 #include "model/StageStatus.h"
 
+#include <cmath>
+#include <memory>
+#include <random>
+
 #include "tests/model/Told.h"
 
 namespace {
@@ -100,6 +104,122 @@ TEST_F(StageStatusEntity, DoesNotOwnItsEvents) {
     stage->eventIs(disk);
 
     EXPECT_EQ(disk->parent(), nullptr);
+}
+
+// --- what its events come to ---------------------------------------------------------------------
+
+bool anyCritical(const StageStatus& stage) {
+    for (const auto& [agent, event] : stage.event())
+        if (event->critical()) return true;
+    return false;
+}
+bool anyDependsOn(const StageStatus& stage, const String& other) {
+    for (const auto& [agent, event] : stage.event())
+        if (event->dependency(other)) return true;
+    return false;
+}
+// In the order of the events, each rounded where it takes over.
+float largestTimeout(const StageStatus& stage) {
+    float largest = 0;
+    for (const auto& [agent, event] : stage.event())
+        if (!(static_cast<double>(largest) > event->timeout()))
+            largest = static_cast<float>(event->timeout());
+    return largest;
+}
+
+// A listener that reads the stage whenever one of its events changes: what it reads has to be what
+// a look at the events finds.
+class Reader final : public EventConfig::NotifieeConst {
+  public:
+    Reader(const StageStatus& stage, const Ptr<EventConfig>& event) : stage_(stage) {
+        notifierIs(event);
+    }
+    void onTimeout() override { look(); }
+    void onCritical() override { look(); }
+    void onDependency(String) override { look(); }
+    void look() const {
+        ASSERT_EQ(stage_.someEventCritical(), anyCritical(stage_));
+        for (const char* other : {"a", "b", "c"})
+            ASSERT_EQ(stage_.someEventDependsOn(other), anyDependsOn(stage_, other)) << other;
+        const float largest = stage_.largestEventTimeout();
+        const float expected = largestTimeout(stage_);
+        ASSERT_TRUE(largest == expected || (std::isnan(largest) && std::isnan(expected)))
+            << largest << " instead of " << expected;
+        ASSERT_EQ(std::signbit(largest), std::signbit(expected));
+    }
+
+  private:
+    const StageStatus& stage_;
+};
+
+TEST_F(StageStatusEntity, SaysOfManyChangingEventsWhatALookAtThemFinds) {
+    const std::vector<double> limits = {0,  -0.0,  1,    30,    30.1,     16777217,
+                                        -5, 1e300, 0.25, 1e-60, HUGE_VAL, std::nan("")};
+    std::mt19937 random(7);
+    const auto below = [&](std::size_t end) { return random() % end; };
+    std::vector<Ptr<EventConfig>> events;
+    std::vector<std::unique_ptr<Reader>> readers;
+    for (int i = 0; i < 12; ++i) {
+        events.push_back(make<EventConfig>("mount", std::to_string(i)));
+        readers.push_back(std::make_unique<Reader>(*stage, events.back()));
+    }
+
+    for (int step = 0; step < 20000; ++step) {
+        const Ptr<EventConfig> event = events[below(events.size())];
+        const char* const other = std::vector{"a", "b", "c"}[below(3)];
+        switch (below(6)) {
+            case 0: stage->eventIs(event); break;
+            case 1: stage->eventDel(event->agent()); break;
+            case 2: event->criticalIs(below(4) == 0); break;
+            // What is decided by the events' places comes seldom.
+            case 3: event->timeoutIs(limits[below(step % 1000 < 800 ? 4 : limits.size())]); break;
+            case 4: event->dependencyIs(other, below(3) != 0); break;
+            default: event->dependencyDel(other); break;
+        }
+        readers[0]->look();
+        if (HasFatalFailure()) FAIL() << "at step " << step;
+    }
+}
+
+TEST_F(StageStatusEntity, CountsAnEventThatStandsElsewhereToo) {
+    const Ptr<StageStatus> other = make<StageStatus>("other");
+    std::vector<Ptr<EventConfig>> events;
+    for (int i = 0; i < 6; ++i) {
+        events.push_back(make<EventConfig>("mount", std::to_string(i)));
+        stage->eventIs(events.back());
+        other->eventIs(events.back());
+    }
+
+    events[2]->criticalIs(true);
+    events[3]->timeoutIs(30);
+    for (const auto& s : {stage, other}) {
+        EXPECT_TRUE(s->someEventCritical());
+        EXPECT_EQ(s->largestEventTimeout(), 30);
+    }
+    stage->eventDel("2");
+    EXPECT_FALSE(stage->someEventCritical());
+    EXPECT_TRUE(other->someEventCritical());
+    events[2]->criticalIs(false);
+    EXPECT_FALSE(other->someEventCritical());
+}
+
+TEST_F(StageStatusEntity, ThatGoesLeavesItsEventsToOthers) {
+    std::vector<Ptr<EventConfig>> events;
+    for (int i = 0; i < 6; ++i) {
+        events.push_back(make<EventConfig>("mount", std::to_string(i)));
+        stage->eventIs(events.back());
+    }
+    EXPECT_NE(events[0]->holder(), nullptr);
+    listener.notifierIs(nullptr);
+    stage = make<StageStatus>("another");
+    for (const auto& event : events) {
+        EXPECT_EQ(event->holder(), nullptr);
+        stage->eventIs(event);
+    }
+
+    events[5]->criticalIs(true);
+
+    EXPECT_TRUE(stage->someEventCritical());
 }
 
 }  // namespace
