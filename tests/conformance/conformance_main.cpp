@@ -17,6 +17,7 @@
 #include "tests/conformance/Generator.h"
 #include "tests/conformance/JournalText.h"
 #include "tests/conformance/Shrink.h"
+#include "tests/conformance/Walks.h"
 
 namespace conformance {
 namespace {
@@ -25,6 +26,7 @@ namespace {
 struct Kind {
     GeneratorOptions generator;
     States states = States::last;
+    bool walks = false;
 };
 
 Kind kindOf(std::uint64_t seed) {
@@ -44,6 +46,7 @@ Kind kindOf(std::uint64_t seed) {
         default: break;
     }
     if (seed / 8 % 16 == 0) kind.states = States::everyLine;
+    kind.walks = seed / 8 % 3 == 1;
     return kind;
 }
 
@@ -56,6 +59,7 @@ Verdict judge(std::uint64_t seed) {
     const Kind kind = kindOf(seed);
     const std::vector<Line> lines = generate(seed, kind.generator);
     const Behaviour expected = modelBehaviour(lines, kind.states);
+    const Walks walks(kind.walks);
     Verdict verdict;
     verdict.lines = lines.size();
     verdict.observations = expected.observations;
@@ -89,6 +93,7 @@ void show(const std::vector<Line>& lines, States states) {
 
 void showSmallest(std::uint64_t seed) {
     const Kind kind = kindOf(seed);
+    const Walks walks(kind.walks);
     const std::vector<Line> lines = generate(seed, kind.generator);
     const States states = differenceApart(lines, States::last).empty() ? kind.states : States::last;
     if (differenceApart(lines, states).empty()) {

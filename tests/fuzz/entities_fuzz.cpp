@@ -1,7 +1,7 @@
 // fuzz-entities: the bytes are operations on the entities of a real manager, between turns of its
-// loop and inside of its callbacks. Its invariants hold after every instant; and where nothing is
-// done inside of a callback and the manager is never made anew, the independent model does the
-// same.
+// loop and inside of its callbacks. Its invariants hold after every instant. Where nothing is done
+// inside of a callback and the manager is never made anew, the independent model does the same; and
+// everywhere a manager that walks over all its stages does as one that asks its indexes.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -22,6 +22,7 @@
 #include "tests/conformance/Invariants.h"
 #include "tests/conformance/JournalText.h"
 #include "tests/conformance/Model.h"
+#include "tests/conformance/Walks.h"
 #include "tests/fuzz/Assertions.h"
 #include "tests/fuzz/Operations.h"
 #include "tests/fuzz/Target.h"
@@ -121,11 +122,12 @@ class Run {
           observer_(watcher_),
           inputs_(tree_, observer_) {}
 
-    void operator()() {
+    // What was to be seen of it.
+    std::string operator()() {
         const unsigned how = bytes_.take();
         alone_ = how % 4 == 0;
+        watcher_.keeps();
         if (alone_) {
-            watcher_.keeps();
             watcher_.logged = [this](const auto& log) { invariants_.onLog(log); };
             watcher_.written = [this](const auto& entity, const auto& attribute) {
                 invariants_.onScalar(entity, attribute);
@@ -140,7 +142,11 @@ class Run {
         if (!assertions_.failed()) settle();
         if (!assertions_.failed()) idle();
         if (!assertions_.failed()) stands();
-        if (alone_) compare();
+        if (!assertions_.failed()) watcher_.onEnd(manager_.currentTime(), tree_);
+        std::string seen = watcher_.text();
+        if (assertions_.failed()) seen += "Assertion failed: " + *assertions_.failed() + '\n';
+        if (alone_) compare(seen);
+        return seen;
     }
 
   private:
@@ -271,11 +277,7 @@ class Run {
 
     void stands() { invariants_.onStanding(); }
 
-    void compare() {
-        if (!assertions_.failed()) watcher_.onEnd(manager_.currentTime(), tree_);
-        std::string actual = watcher_.text();
-        if (assertions_.failed()) actual += "Assertion failed: " + *assertions_.failed() + '\n';
-
+    void compare(const std::string& actual) {
         conformance::State model = conformance::initialState();
         for (const Host::Input& input : done_) {
             const conformance::Line line = conformance::parseLine(Host::inputLine(input));
@@ -327,6 +329,11 @@ class Run {
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    Run(fuzz::Bytes(data, size))();
+    const std::string seen = Run(fuzz::Bytes(data, size))();
+    fuzz::show("--- once more, with walks");
+    const conformance::Walks walks(true);
+    const std::string walked = Run(fuzz::Bytes(data, size))();
+    const std::string difference = conformance::firstDifference(walked, seen);
+    fuzz::expect(difference.empty(), "the walks do otherwise: " + difference);
     return 0;
 }
