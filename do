@@ -12,7 +12,8 @@ usage: ./do VERB
                            with arguments: stagemgr with those instead
   test [--quick] [PRESET]  build and test with both compilers, with the sanitizers and optimized;
                            --quick: with g++ and the sanitizers only; PRESET: that one only
-  bench [ARGUMENTS]        build, then run the benchmarks; arguments go to them
+  bench [ARGUMENTS]        build, measure what progressions cost beside floors and peers, and show
+                           which goals are met; with arguments: run the benchmarks with those
   conformance [--seeds N] [--first S] [--stop]
                            build, then compare the library with its independent model on random
                            journals; --stop: only until the first difference
@@ -213,6 +214,7 @@ do_test() {
     fi
     # shellcheck disable=SC2086  # a list of words
     need_to_build $presets
+    case " $presets " in *" release "*) need valgrind ;; esac  # counts instructions
 
     passed=0
     failed=0
@@ -271,9 +273,15 @@ do_test() {
 }
 
 do_bench() {
+    # Who else is measured, and what counts instructions.
+    need python3 valgrind pkg-config libtbb-dev libsigc++-2.0-dev libev-dev libuv1-dev libevent-dev
     need_to_build release
-    build release stagemgr-bench
-    exec build/release/bench/stagemgr-bench "$@"
+    if [ $# -gt 0 ]; then
+        build release stagemgr-bench
+        exec build/release/bench/stagemgr-bench "$@"
+    fi
+    build release all
+    exec python3 bench/goals.py --build build/release
 }
 
 do_conformance() {
