@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""Plants the small faults of mutants.txt in StageMgr/, one at a time, and counts how many the tests
-or the random journals catch. Usage: ./do help"""
+"""Plants the small faults of mutants.txt in the library, one at a time, and counts how many the
+tests, the random journals or the random inputs catch. Usage: ./do help"""
 
 import argparse
 import concurrent.futures
 import json
 import os
+import random
 import re
 import resource
 import shlex
@@ -20,12 +21,16 @@ ROOT = Path(__file__).resolve().parents[2]
 LIST = Path(__file__).with_name("mutants.txt")
 WORK = ROOT / "build/mutation"
 TREE = WORK / "tree"  # a copy, so that the checkout may be edited while this runs
+INPUTS = WORK / "inputs"  # for fuzz-entities-corpus
 COPIED = ["CMakeLists.txt", "LICENSE", "cmake", "runtime", "model", "StageMgr", "host", "examples",
           "tests"]
 JOURNALS = 20000
 SANITIZED_JOURNALS = 300
+INPUT_COUNT = 1500
+INPUT_SEED = 11
 TESTS_LIMIT = 60  # seconds of a processor; a hang counts as caught
 JOURNALS_LIMIT = 300
+INPUTS_LIMIT = 120
 WANTED = 0.95
 BUILDS = {
     "plain": ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -g0"],
@@ -131,22 +136,65 @@ def need(command, **more):
     return output
 
 
+def write_inputs():
+    """What fuzz-entities-corpus tries out. It does each input twice, with indexes and with walks, so
+    it notices what journals cannot: faults in what happens inside of callbacks."""
+    chance = random.Random(INPUT_SEED)
+    corpus = [file.read_bytes() for file in sorted((TREE / "tests/fuzz/corpus/entities").iterdir())]
+    shutil.rmtree(INPUTS, ignore_errors=True)
+    INPUTS.mkdir(parents=True)
+    for number in range(INPUT_COUNT):
+        if number % 2 == 0:
+            made = bytearray(chance.randbytes(chance.randint(60, 500)))
+        else:
+            made = mixture(chance, corpus)
+        # A first byte that four divides leaves the callbacks alone, as the journals do.
+        if made[0] % 4 == 0 and chance.random() < 0.8:
+            made[0] += 1
+        (INPUTS / f"{number:06d}").write_bytes(made)
+
+
+def mixture(chance, corpus):
+    """The beginning of one file and the end of another, with a few changes, and some more bytes."""
+    made = bytearray(chance.choice(corpus))
+    if chance.random() < 0.5:
+        other = chance.choice(corpus)
+        made[chance.randint(0, len(made)):] = other[chance.randint(0, len(other)):]
+    for _ in range(chance.randint(1, 12)):
+        place, length = chance.randint(0, len(made)), chance.randint(1, 10)
+        change = chance.choice(["overwrite", "overwrite", "insert", "delete"])
+        if change == "overwrite":
+            made[place:place + 1] = chance.randbytes(1)
+        elif change == "insert":
+            made[place:place] = chance.randbytes(length)
+        else:
+            del made[place:place + length]
+    return made + chance.randbytes(chance.randint(1, 200))
+
+
 class Build:
     """The tree without a fault, built once; a mutant compiles and links only what it changes."""
 
-    PROGRAMS = ["tests-StageMgr", "tests-scenario", "conformance"]
+    PROGRAMS = ["tests-runtime", "tests-model", "tests-StageMgr", "tests-scenario", "conformance",
+                "fuzz-entities-corpus"]
+    # What is compiled anew when it reads the file with the fault: the library, and the tests of the
+    # lower layers, which are the ones to use its templates by themselves. What else reads a header
+    # is linked behind the library, and so takes the functions of that, unless they are inlined.
+    FOLDERS = ("runtime", "model", "StageMgr", "tests/runtime", "tests/model")
 
     def __init__(self, name):
         self.name, self.folder = name, WORK / name
         self.sanitized = name == "sanitized"
         need(["cmake", "-S", TREE, "-B", self.folder, "-G", "Ninja", "-DCMAKE_CXX_COMPILER=g++",
               "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", "-DSTAGEMGR_BUILD_BENCH=OFF",
-              "-DSTAGEMGR_TEST_FOLDERS=StageMgr;scenario;conformance", *BUILDS[name]])
+              "-DSTAGEMGR_TEST_FOLDERS=runtime;model;StageMgr;scenario;conformance;fuzz",
+              *BUILDS[name]])
         need(["cmake", "--build", self.folder, "-j", str(os.cpu_count()), "--target", *self.PROGRAMS])
-        # What is compiled of StageMgr/: per object, the command and all that it reads.
+        # What is compiled of those folders: per object, the command and all that it reads.
         commands = json.loads((self.folder / "compile_commands.json").read_text())
+        folders = [TREE / folder for folder in self.FOLDERS]
         words = [shlex.split(c["command"]) for c in commands
-                 if c["file"].startswith(f"{TREE}/StageMgr/")]
+                 if Path(c["file"]).parent in folders]
         self.compile = {w[w.index("-o") + 1]: w for w in words}
         self.reads = {}
         for line in need(["ninja", "-C", self.folder, "-t", "deps"]).splitlines():
@@ -155,7 +203,7 @@ class Build:
             elif line:
                 obj = line.partition(":")[0]
                 self.reads[obj] = set()
-        self.link, self.program = {}, {}
+        self.link, self.program, self.objects = {}, {}, {}
         for program in self.PROGRAMS:
             lines = need(["ninja", "-C", self.folder, "-t", "commands", program]).splitlines()
             self.link[program] = next(
@@ -163,21 +211,26 @@ class Build:
                 if re.search(rf" -o \S*{program}( |$)", part))
             words = self.link[program]
             self.program[program] = self.folder / words[words.index("-o") + 1]
+            linked = {os.path.normpath(word) for word in words}
+            self.objects[program] = [obj for obj in self.compile if obj in linked]
 
-    def plant(self, mutant, folder):
-        """Compiles what reads the file; returns the objects by those that they replace, or None."""
+    def plant(self, mutant, folder, program):
+        """Links the program with the fault and returns true; returns false when nothing in it reads
+        the file, or when that does not compile."""
         overlay = folder / "overlay"
         planted = overlay / mutant.file
         planted.parent.mkdir(parents=True, exist_ok=True)
         planted.write_text(mutant.planted)
         objects = {}
-        for obj, command in self.compile.items():
+        for obj in self.objects[program]:
             if str(TREE / mutant.file) not in self.reads[obj]:
                 continue
+            fresh = objects[obj] = folder / self.name / obj
+            if fresh.exists():  # compiled for another program
+                continue
+            fresh.parent.mkdir(parents=True, exist_ok=True)
             command = [str(planted) if word == str(TREE / mutant.file) else word
-                       for word in command]
-            fresh = folder / self.name / Path(obj).name
-            fresh.parent.mkdir(exist_ok=True)
+                       for word in self.compile[obj]]
             command[command.index("-o") + 1] = str(fresh)
             compiler = next(i for i, word in enumerate(command) if word.endswith("g++"))
             # Compiling takes the most time of all, and -O0 the least of it.
@@ -186,32 +239,41 @@ class Build:
             status, output = run(command, cwd=self.folder)
             if status != 0:
                 mutant.trouble = output
-                return None
-            objects[obj] = str(fresh)
-        return objects
-
-    def caught(self, program, arguments, seconds, folder=None, objects=None):
-        """What the program with the fault says when it notices; an empty text when it does not."""
-        path = self.program[program]
-        if objects:
-            path = folder / self.name / program
+                return False
+        path = folder / self.name / program
+        if objects and not path.exists():
             # In front, so that the faulty one of several inline functions is taken.
             words = [word for word in self.link[program] if os.path.normpath(word) not in objects]
             words[words.index("-o") + 1] = str(path)
             first = next(i for i, word in enumerate(words) if word.endswith(".o"))
-            need(words[:first] + list(objects.values()) + words[first:], cwd=self.folder)
+            need(words[:first] + [str(fresh) for fresh in objects.values()] + words[first:],
+                 cwd=self.folder)
+        return bool(objects)
+
+    def caught(self, judge, folder=None):
+        """What the program says when it notices a fault; an empty text when it does not. folder:
+        where it was planted; the program without one by default."""
+        program = judge.program
+        path = folder / self.name / program if folder else self.program[program]
         environment = dict(os.environ, ASAN_OPTIONS="detect_stack_use_after_return=1:"
-                           "hard_rss_limit_mb=3000")
-        status, output = run([path, *arguments], seconds=seconds, cwd=TREE, env=environment,
-                             memory=None if self.sanitized else 4 << 30)
+                           "hard_rss_limit_mb=3000", **judge.environment)
+        status, output = run([path, *judge.arguments], seconds=judge.limit, cwd=TREE,
+                             env=environment, memory=None if self.sanitized else 4 << 30)
         if status == 0:
             return ""
         if status is None:
             return f"{program} hangs"
         found = re.search(r"(?m)^\[  FAILED  \] ([\w./]+)|^(seed \d+|seeds that differ: \d+)"
-                          r"|(ERROR: \w+Sanitizer: [\w-]+|runtime error: .*)", output)
+                          r"|(ERROR: \w+Sanitizer: [\w-]+|runtime error: .*)"
+                          r"|(?<=^found: )(the \w+ do(es)? otherwise|broken: .*)", output)
         return found.group(0).strip("[] ").replace("FAILED  ] ", "") if found else (
             f"{program} ends with status {status}")
+
+
+class Judge:
+    def __init__(self, by, build, program, arguments, limit, environment=None):
+        self.by, self.build, self.program = by, build, program
+        self.arguments, self.limit, self.environment = arguments, limit, environment or {}
 
 
 TESTS = ["--gtest_fail_fast", "--gtest_brief=1"]
@@ -221,31 +283,38 @@ def journals(count):
     return ["--seeds", str(count), "--jobs", "1", "--show", "0", "--stop"]
 
 
-def stages(builds):
+def judges(plain, sanitized):
     """What judges a mutant, the cheapest first."""
-    return [("tests", builds[0], "tests-StageMgr", TESTS, TESTS_LIMIT),
-            ("tests", builds[0], "tests-scenario", TESTS, TESTS_LIMIT),
-            ("journals", builds[0], "conformance", journals(JOURNALS), JOURNALS_LIMIT),
-            ("sanitized tests", builds[1], "tests-StageMgr", TESTS, 4 * TESTS_LIMIT),
-            ("sanitized journals", builds[1], "conformance", journals(SANITIZED_JOURNALS),
-             JOURNALS_LIMIT)]
+    return [Judge("tests", plain, "tests-runtime", TESTS, TESTS_LIMIT),
+            Judge("tests", plain, "tests-model", TESTS, TESTS_LIMIT),
+            Judge("tests", plain, "tests-StageMgr", TESTS, TESTS_LIMIT),
+            Judge("tests", plain, "tests-scenario", TESTS, TESTS_LIMIT),
+            Judge("journals", plain, "conformance", journals(JOURNALS), JOURNALS_LIMIT),
+            # Traced, the library walks instead of asking its indexes.
+            Judge("traced tests", plain, "tests-StageMgr", TESTS, TESTS_LIMIT,
+                  {"STAGEMGR_TRACED": "1"}),
+            Judge("sanitized tests", sanitized, "tests-model", TESTS, 4 * TESTS_LIMIT),
+            Judge("sanitized tests", sanitized, "tests-StageMgr", TESTS, 4 * TESTS_LIMIT),
+            Judge("sanitized journals", sanitized, "conformance", journals(SANITIZED_JOURNALS),
+                  JOURNALS_LIMIT),
+            Judge("inputs", plain, "fuzz-entities-corpus", [INPUTS], INPUTS_LIMIT)]
 
 
 def judge(mutant, builds):
     start = time.monotonic()
     folder = WORK / "mutants" / str(mutant.number)
     shutil.rmtree(folder, ignore_errors=True)
-    mutant.by, mutant.how, mutant.trouble = None, "", ""
-    planted = {}
-    for by, build, program, arguments, limit in stages(builds):
-        if build not in planted:
-            planted[build] = build.plant(mutant, folder)
-        if not planted[build]:
-            mutant.trouble = mutant.trouble or "nothing reads the file"
+    mutant.by, mutant.how, mutant.trouble = None, "", "nothing reads the file"
+    for one in judges(*builds):
+        if not any(str(TREE / mutant.file) in one.build.reads[obj]
+                   for obj in one.build.objects[one.program]):
+            continue
+        mutant.trouble = ""
+        if not one.build.plant(mutant, folder, one.program):
             break
-        mutant.how = build.caught(program, arguments, limit, folder, planted[build])
+        mutant.how = one.build.caught(one, folder)
         if mutant.how:
-            mutant.by = by
+            mutant.by = one.by
             break
     shutil.rmtree(folder, ignore_errors=True)
     mutant.seconds = time.monotonic() - start
@@ -281,15 +350,17 @@ def main():
     for name in COPIED:
         copy = shutil.copytree if (ROOT / name).is_dir() else shutil.copy2
         copy(ROOT / name, TREE / name)
+    write_inputs()
     builds = []
     for name in BUILDS:
         print(f"building {name}", flush=True)
         builds.append(Build(name))
-    for by, build, program, given, limit in stages(builds):
-        if program == "conformance":
-            given = journals(SANITIZED_JOURNALS)
-        if said := build.caught(program, given, limit):
-            sys.exit(f"mutation: {program} of {build.name} fails without any fault: {said}")
+    for one in judges(*builds):
+        if one.program == "conformance":
+            one.arguments = journals(SANITIZED_JOURNALS)
+        if said := one.build.caught(one):
+            sys.exit(f"mutation: {one.program} of {one.build.name} fails without any fault: "
+                     f"{said}")
 
     print(f"planting {len(mutants)} faults, {options.jobs} at a time", flush=True)
     table = []
@@ -322,7 +393,7 @@ def report(mutants, some, seconds):
         for m in those:
             print(f"mutant {m.number} {what}", m.trouble)
     print()
-    for by in ["tests", "journals", "sanitized tests", "sanitized journals"]:
+    for by in dict.fromkeys(one.by for one in judges(None, None)):
         print(f"{sum(m.by == by for m in mutants):5} caught by {by}")
     caught = len(mutants) - len(alive)
     print(f"{seconds / 60:.0f} min; see {WORK.relative_to(ROOT)}/results.txt")
