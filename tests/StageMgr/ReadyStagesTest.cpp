@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
+
+#include "tests/support/Allocations.h"
 #include "tests/support/World.h"
 
 namespace {
@@ -321,6 +324,65 @@ TEST(EarlyReports, OfAnEventThatJoinsWhileTheyAreLookedAtCount) {
     world.stageSm("boot", "early")->agentStatusLocalIs(other);
 
     EXPECT_THAT(world.log("boot"), Contains("  event early:disk completed"));
+}
+
+// Whatever allocation is refused while stages join, those that have joined start.
+TEST(ReadyStages, ForWhichThereIsNoMemoryStartAllTheSame) {
+    bool refused = true;
+    int withoutIndex = 0;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        World world;
+        world.agent("fan").event("early");
+        world.enable("boot");
+        world.settle();
+        const Ptr<Stage::Status> status = world.status();
+        {
+            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
+            for (const char* stage : {"s1", "s2", "s3"}) {
+                try {
+                    status->stageIs(stage);
+                } catch (const std::bad_alloc&) {
+                }
+            }
+            refused = failing.failed();
+        }
+        if (!world.instance("boot")->readyStages().usable()) ++withoutIndex;
+        for (const char* stage : {"s1", "s2", "s3"})
+            if (status->stage().contains(stage)) status->stage(stage)->criticalIs(true);
+        world.instance("boot")->doNextStage();
+        world.settle();
+
+        for (const auto& [stage, entity] : status->stage())
+            EXPECT_THAT(started(world), Contains(stage.str()));
+    }
+    EXPECT_GT(withoutIndex, 0);
+}
+
+TEST(ReadyStages, OfAnInstanceThatIsMadeWithoutMemoryForThemStartAllTheSame) {
+    bool refused = true;
+    int withoutIndex = 0;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        World world;
+        world.agent("fan").event("early").event("late", {.dependsOn = {"early"}});
+        {
+            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
+            try {
+                world.enable("boot");
+            } catch (const std::bad_alloc&) {
+            }
+            refused = failing.failed();
+        }
+        const auto* const instance = world.instance("boot");
+        if (instance == nullptr) continue;
+        if (!world.instance("boot")->readyStages().usable()) ++withoutIndex;
+        world.instance("boot")->doNextStage();
+        world.settle();
+        if (instance->stageSm().empty()) continue;  // it has been cut short before it could start
+        EXPECT_THAT(started(world), Contains("early"));
+    }
+    EXPECT_GT(withoutIndex, 0);
 }
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include "model/StageStatus.h"
 
 #include <cmath>
+#include <functional>
 #include <memory>
+#include <new>
 #include <random>
 
 #include "tests/model/Told.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -220,6 +223,51 @@ TEST_F(StageStatusEntity, ThatGoesLeavesItsEventsToOthers) {
     events[5]->criticalIs(true);
 
     EXPECT_TRUE(stage->someEventCritical());
+}
+
+// Whatever allocation is refused, what the stage says of its events stays what a look at them
+// finds.
+TEST_F(StageStatusEntity, SaysTheSameOfItsEventsWhenThereIsNoMemoryToCountThem) {
+    bool refused = true;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        const Ptr<StageStatus> counted = make<StageStatus>("mount");
+        std::vector<Ptr<EventConfig>> events;
+        for (int i = 0; i < 5; ++i) {
+            events.push_back(make<EventConfig>("mount", std::to_string(i)));
+            events.back()->timeoutIs(i);
+            events.back()->dependencyIs("a", i == 0);
+        }
+        const Reader reader(*counted, events[0]);
+        const std::vector<std::function<void()>> acts = {
+            [&] { counted->eventIs(events[0]); },
+            [&] { counted->eventIs(events[1]); },
+            [&] { counted->eventIs(events[2]); },
+            [&] { counted->eventIs(events[3]); },
+            [&] { events[3]->timeoutIs(70); },
+            [&] { events[2]->dependencyIs("b", true); },
+            [&] { counted->eventIs(events[4]); },
+            [&] { events[0]->timeoutIs(80); },
+            [&] { events[1]->dependencyIs("c", true); },
+            [&] { events[0]->dependencyDel("a"); },
+            [&] { counted->eventDel("0"); },
+        };
+        {
+            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
+            for (const auto& act : acts) {
+                try {
+                    act();
+                } catch (const std::bad_alloc&) {
+                }
+            }
+            refused = failing.failed();
+        }
+        reader.look();
+        for (const auto& act : acts) {
+            act();
+            reader.look();
+        }
+    }
 }
 
 }  // namespace

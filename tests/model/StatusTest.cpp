@@ -1,9 +1,13 @@
 #include "model/Status.h"
 
 #include <algorithm>
+#include <functional>
+#include <new>
+#include <vector>
 
 #include "runtime/Dir.h"
 #include "tests/model/Told.h"
+#include "tests/support/Allocations.h"
 
 namespace {
 
@@ -254,6 +258,50 @@ TEST_F(StatusEntity, TellsItsIndexesThatPlacesAreGivenAnew) {
     EXPECT_EQ(index.places, 2);
     EXPECT_EQ(index.stages + index.places, 200);
     status->indexDel(index);
+}
+
+TEST_F(StatusEntity, GivesItsIndexesUpWhenThereIsNoMemoryForThem) {
+    bool refused = true;
+    int givenUp = 0;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        const Ptr<Status> indexed = make<Status>("status");
+        for (const char* stage : {"a", "b", "c"}) indexed->stageIs(stage);
+        const auto event = make<Stage::EventConfig>("a", "disk");
+        const std::vector<std::function<void()>> acts = {
+            [&] { indexed->stage("a")->dependencyIs("late", true); },
+            [&] { indexed->stage("b")->dependencyIs("late", true); },
+            [&] { indexed->stage("a")->eventIs(event); },
+            [&] { indexed->stage("c")->dependencyIs("late", true); },
+            [&] { indexed->stage("c")->dependencyIs("other", true); },
+            [&] { indexed->stage("b")->dependencyDel("late"); },
+        };
+        {
+            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
+            for (const auto& act : acts) {
+                try {
+                    act();
+                } catch (const std::bad_alloc&) {
+                }
+            }
+            refused = failing.failed();
+        }
+
+        if (!indexed->indexed()) {
+            ++givenUp;
+            indexed->stage("a")->eventDel("disk");
+            indexed->stageDel("a");
+            continue;
+        }
+        for (const char* name : {"late", "other"}) {
+            Lines listing;
+            for (const auto& [stage, entity] : indexed->stage())
+                if (entity->dependency().contains(name)) listing.push_back(stage.str());
+            EXPECT_EQ(dependentsOf(*indexed, name), listing);
+        }
+        EXPECT_EQ(indexed->stagesOf("disk"), indexed->stage("a")->event().size());
+    }
+    EXPECT_GT(givenUp, 0);
 }
 
 }  // namespace
