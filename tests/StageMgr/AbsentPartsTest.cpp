@@ -5,7 +5,6 @@
 
 #include "StageMgr/AvailablePaths.h"
 #include "StageMgr/Types.h"
-#include "model/Types.h"
 #include "runtime/ActivityManager.h"
 #include "runtime/Environment.h"
 #include "tests/support/World.h"
@@ -140,8 +139,6 @@ TEST(NotInitialized, AnInstanceStartsNothing) {
 
 class LoneAgent : public ::testing::Test {
   protected:
-    LoneAgent() { Stage::registerModelTypes(); }
-
     Orv::VirtualTime time;
     Orv::Environment environment;
     Orv::ActivityManager manager{time, environment};

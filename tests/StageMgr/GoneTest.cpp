@@ -19,6 +19,7 @@ using Orv::make;
 using Orv::Ptr;
 using Stage::ConfigSm;
 using Stage::InstanceStatusSm;
+using Stage::StageSm;
 using Stage::StageStatus;
 
 // The handlers of the lines that were traced.
@@ -563,11 +564,214 @@ TEST(StageEnabling, HearsOfNothingBeforeItIsStored) {
     EXPECT_NE(instance->recalculateNextStage(), Orv::never);
 }
 
+// --- stages of an instance
+
+class GoneStage : public ::testing::Test {
+  protected:
+    GoneStage() {
+        world.agent("fan").event("early", {.timeout = 30, .critical = true});
+        world.enable("boot");
+        world.settle();
+        sm = Ptr<StageSm>(world.stageSm("boot", "early"));
+    }
+    World world;
+    Ptr<StageSm> sm;
+};
+
+TEST_F(GoneStage, ReportsNoEventThatItIsGiven) {
+    world.instance("boot")->stageSmDel("early");
+    const auto event = make<Stage::EventConfig>("early", "disk");
+    event->completeIs("boot", true);
+
+    sm->eventIs("disk", event);
+
+    EXPECT_FALSE(world.agentStatusLocal()->complete({"disk", "early", "boot"}));
+}
+
+TEST_F(GoneStage, WaitsForNoEventWhoseLineTookItAway) {
+    world.when("event early:disk started", [&] { world.disable("boot"); });
+
+    sm->eventIs("disk", make<Stage::EventConfig>("early", "disk"));
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_FALSE(sm->pendingEvent().contains("early:disk"));
+}
+
+TEST_F(GoneStage, DoesNotCompleteWhenNothingIsPendingAnyMore) {
+    world.instance("boot")->stageSmDel("early");
+    world.advance(1);
+
+    sm->pendingEventDel("early:fan");
+
+    EXPECT_TRUE(sm->pendingEvent().empty());
+    EXPECT_FALSE(sm->complete());
+    EXPECT_EQ(sm->completionTime(), 0);
+}
+
+TEST_F(GoneStage, HasNoCompletionTimeWhenTheMessageTookItAway) {
+    world.advance(30);
+    world.when("message: ", [&] { world.disable("boot"); });
+    world.advance(1);
+
+    world.agent("fan").report("early", "boot");
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_EQ(sm->completionTime(), 0);
+}
+
+TEST_F(GoneStage, ArmsNoTimerWhenItIsInitializedAgain) {
+    world.stop();
+
+    sm->handleInitialized();
+
+    EXPECT_EQ(world.armedTimers(), 0u);
+}
+
+TEST_F(GoneStage, MakesNoReactorForAnEventThatComesBackAsItGoes) {
+    world.when("<< stage early is complete", [&] {
+        world.stage("early")->eventIs(eventOf("early", "fan"));
+        world.disable("boot");
+        world.trace(8);
+    });
+
+    world.agent("fan").withdraw("early");
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_THAT(handlers(world), Not(Contains("handleComplete")));
+}
+
+TEST_F(GoneStage, KeepsWhatWasPendingWhenTheLineOfItsCompletionTookItAway) {
+    world.when("event early:fan completed", [&] { world.disable("boot"); });
+
+    world.agent("fan").report("early", "boot");
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_TRUE(sm->pendingEvent().contains("early:fan"));
+}
+
+TEST_F(GoneStage, HasNotTimedOutWhenTheMessageTookItAway) {
+    world.when("message: ", [&] { world.disable("boot"); });
+
+    world.advance(30);
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_FALSE(sm->timedOut());
+}
+
+TEST_F(GoneStage, HasNoCompletionTimeWhenTheLineOfItsLimitTookItAway) {
+    world.stage("early")->criticalIs(false);
+    world.when("<< stage early timed out but", [&] { world.disable("boot"); });
+
+    world.advance(30);
+
+    EXPECT_TRUE(sm->retired());
+    EXPECT_EQ(sm->completionTime(), 0);
+}
+
+TEST_F(GoneStage, MakesNoReactorForAnEventWhoseLineTookItOutOfTheStage) {
+    world.when("event early:disk started", [&] { world.agent("disk").withdraw("early"); });
+
+    world.agent("disk").event("early");
+
+    EXPECT_FALSE(sm->retired());
+    EXPECT_EQ(sm->event("disk"), nullptr);
+}
+
+TEST_F(GoneStage, LooksForWhatItMissedOnlyWhenItIsSwitchedOn) {
+    sm->notificationActiveIs(false);
+    world.agent("disk").event("early");
+
+    sm->notificationActiveIs(false);
+    EXPECT_FALSE(sm->pendingEvent().contains("early:disk"));
+    sm->notificationActiveIs(true);
+    EXPECT_TRUE(sm->pendingEvent().contains("early:disk"));
+}
+
+TEST(StageStarting, LogsAnEventThatJoinsMeanwhileBehindThoseItHas) {
+    World world;
+    world.agent("fan").event("early");
+    world.agent("disk").event("early");
+    world.enable("boot");
+    world.when("event early:fan started", [&] { world.agent("usb").event("early"); });
+
+    world.settle();
+
+    EXPECT_EQ(world.log("boot"),
+              Lines({"app stages started", "stage early started", "  event early:fan started",
+                     "  event early:disk started", "  event early:usb started"}));
+}
+
+TEST(StageStarting, LooksAtNoFurtherEventOrReportOnceItHasGone) {
+    for (const char* const line : {"event early:fan started", "event early:fan completed"}) {
+        SCOPED_TRACE(line);
+        World world;
+        for (const char* const agent : {"fan", "disk"})
+            world.agent(agent).event("early").report("early", "boot");
+        world.enable("boot");
+        world.when(line, [&] {
+            world.disable("boot");
+            world.trace(8);
+        });
+
+        world.settle();
+
+        EXPECT_EQ(world.instance("boot"), nullptr);
+        EXPECT_THAT(handlers(world), Not(Contains("handleComplete")));
+        EXPECT_THAT(world.traced(8, "agent: disk"), IsEmpty());
+    }
+}
+
+TEST(GoneInstances, EnableNoFurtherOne) {
+    World world;
+    const Ptr<Stage::StatusSm> gone(world.statusSm());
+    world.stop();
+    world.enable("boot");
+
+    gone->handleEnabled("boot");
+
+    EXPECT_EQ(world.progress("boot"), nullptr);
+}
+
 // --- classes
 
+TEST(GoneManager, MakesNoFurtherReactorOfAClass) {
+    System system(System::Manager::waits);
+    StageClass& app = system.stageClass("app");
+    app.agent("fan").event("early");
+    app.enable("boot");
+    const auto dir = system.stageDir()->entityPtr<Orv::Dir>("app");
+    dir->entryDel("log");
+    system.start();
+    system.when("/stage/app/status/stage[early] +", [&] {
+        system.stop();
+        system.trace(6);
+    });
+
+    dir->entryIs("log", "Stage::Log");
+
+    EXPECT_THAT(handlers(system), IsEmpty());
+}
+
+TEST(ManagerStarting, TakesTheClassesInAsTheyStandInTheStageDirectory) {
+    System system(System::Manager::waits);
+    system.inputDir()->subdirIs("b");
+    system.stageClass("a");
+    system.stageClass("b");
+
+    system.start();
+
+    Lines classes;
+    for (const auto& [name, manager] : system.manager()->stageMgr().map())
+        classes.push_back(name.str());
+    EXPECT_EQ(classes, Lines({"a", "b"}));
+}
+
 TEST(GoneManager, WatchesNoClassAlsoWhileSomebodyHoldsIt) {
-    World world;
+    World world(System::Manager::waits);
+    world.start();
     const Ptr<Stage::StageMgrStageClassDirSm> held = world.manager();
+    const Ptr<Stage::StageSubPathSm> watcher(held->stageSubPathSm().find("app"));
+    ASSERT_TRUE(watcher);
     held->retire();
     world.trace(9);
 
