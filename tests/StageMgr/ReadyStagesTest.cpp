@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <new>
-
 #include "tests/support/Allocations.h"
 #include "tests/support/World.h"
 
@@ -337,16 +335,9 @@ TEST(ReadyStages, ForWhichThereIsNoMemoryStartAllTheSame) {
         world.enable("boot");
         world.settle();
         const Ptr<Stage::Status> status = world.status();
-        {
-            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
-            for (const char* stage : {"s1", "s2", "s3"}) {
-                try {
-                    status->stageIs(stage);
-                } catch (const std::bad_alloc&) {
-                }
-            }
-            refused = failing.failed();
-        }
+        refused = RuntimeTest::doneWithout(
+            which, {[&] { status->stageIs("s1"); }, [&] { status->stageIs("s2"); },
+                    [&] { status->stageIs("s3"); }});
         if (!world.instance("boot")->readyStages().usable()) ++withoutIndex;
         for (const char* stage : {"s1", "s2", "s3"})
             if (status->stage().contains(stage)) status->stage(stage)->criticalIs(true);
@@ -366,14 +357,7 @@ TEST(ReadyStages, OfAnInstanceThatIsMadeWithoutMemoryForThemStartAllTheSame) {
         SCOPED_TRACE(which);
         World world;
         world.agent("fan").event("early").event("late", {.dependsOn = {"early"}});
-        {
-            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
-            try {
-                world.enable("boot");
-            } catch (const std::bad_alloc&) {
-            }
-            refused = failing.failed();
-        }
+        refused = RuntimeTest::doneWithout(which, {[&] { world.enable("boot"); }});
         const auto* const instance = world.instance("boot");
         if (instance == nullptr) continue;
         if (!world.instance("boot")->readyStages().usable()) ++withoutIndex;

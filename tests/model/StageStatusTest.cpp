@@ -3,7 +3,6 @@
 #include <cmath>
 #include <functional>
 #include <memory>
-#include <new>
 #include <random>
 
 #include "tests/model/Told.h"
@@ -252,16 +251,7 @@ TEST_F(StageStatusEntity, SaysTheSameOfItsEventsWhenThereIsNoMemoryToCountThem) 
             [&] { events[0]->dependencyDel("a"); },
             [&] { counted->eventDel("0"); },
         };
-        {
-            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
-            for (const auto& act : acts) {
-                try {
-                    act();
-                } catch (const std::bad_alloc&) {
-                }
-            }
-            refused = failing.failed();
-        }
+        refused = RuntimeTest::doneWithout(which, acts);
         reader.look();
         for (const auto& act : acts) {
             act();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <new>
 #include <vector>
 
 #include "runtime/Dir.h"
@@ -276,16 +275,7 @@ TEST_F(StatusEntity, GivesItsIndexesUpWhenThereIsNoMemoryForThem) {
             [&] { indexed->stage("c")->dependencyIs("other", true); },
             [&] { indexed->stage("b")->dependencyDel("late"); },
         };
-        {
-            const RuntimeTest::FailingAllocation failing(which, RuntimeTest::Refused::one);
-            for (const auto& act : acts) {
-                try {
-                    act();
-                } catch (const std::bad_alloc&) {
-                }
-            }
-            refused = failing.failed();
-        }
+        refused = RuntimeTest::doneWithout(which, acts);
 
         if (!indexed->indexed()) {
             ++givenUp;

@@ -57,4 +57,15 @@ FailingAllocation::~FailingAllocation() { firstRefused = lastRefused = none; }
 
 bool FailingAllocation::failed() const { return made >= firstRefused; }
 
+bool doneWithout(std::size_t which, const std::vector<std::function<void()>>& acts) {
+    const FailingAllocation failing(which, Refused::one);
+    for (const auto& act : acts) {
+        try {
+            act();
+        } catch (const std::bad_alloc&) {
+        }
+    }
+    return failing.failed();
+}
+
 }  // namespace RuntimeTest

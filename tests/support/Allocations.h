@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <vector>
 
 namespace RuntimeTest {
 
@@ -28,5 +30,9 @@ class FailingAllocation {
     // Whether one has failed.
     bool failed() const;
 };
+
+// Does one act after the other while that allocation alone fails, whichever act makes it: the
+// others are done. Returns whether it has failed.
+bool doneWithout(std::size_t which, const std::vector<std::function<void()>>& acts);
 
 }  // namespace RuntimeTest
