@@ -1,6 +1,7 @@
 // The feed as JSON Lines.
 #pragma once
 
+#include <limits>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -42,7 +43,7 @@ class JsonLines final : public View {
     std::ostream* printed_;
     std::string text_;
     // How a line at `time_` begins: many have the same time.
-    double time_ = -1;
+    double time_ = std::numeric_limits<double>::quiet_NaN();  // none yet: equals no time
     std::string timeText_;
 };
 
