@@ -21,7 +21,6 @@ class ORV_API LogText {
         : before_(before), name_(std::move(name)), after_(after) {}
 
     Orv::String text() const { return Orv::concat({before_, name_.view(), after_}); }
-    operator Orv::String() const { return text(); }
     std::string str() const { return text().str(); }
 
     // As texts.
@@ -41,10 +40,4 @@ template <>
 struct Orv::ValueTraits<Stage::LogText> {
     static constexpr bool composite = false;
     static Value of(const Stage::LogText& text) { return text.text(); }
-    static bool read(const Value& value, Stage::LogText& text) {
-        if (value.string() == nullptr) return false;
-        text = *value.string();
-        return true;
-    }
-    static std::string expected() { return "a string"; }
 };
