@@ -1,7 +1,6 @@
 // Registration: which agents take part in which stages.
 #include "StageMgr/ConfigSm.h"
 
-#include <algorithm>
 #include <vector>
 
 #include "StageMgr/ConfigSmCriticality.h"
@@ -193,10 +192,10 @@ void ConfigSm::handleStage(Orv::Name stage) {
         const std::size_t place = reactors.place(dependent.key());
         if (place != reactors.nowhere) places.push_back(place);
     });
-    std::sort(places.begin(), places.end());
     const std::uint64_t changes = status->dependencyChanges();
     reactors.walkAt(
-        places, [&] { return dependentsKnown() && status->dependencyChanges() == changes; }, visit);
+        std::move(places),
+        [&] { return dependentsKnown() && status->dependencyChanges() == changes; }, visit);
 }
 
 // Whether the index over the class's stages knows the stages of all reactors.

@@ -134,8 +134,7 @@ void OrvStageStatus::notificationActiveIs(bool active) {
 bool OrvStageStatus::known(const Orv::String& dependency) const {
     const OrvStageStatus* const other = configSm_->stageStatus(dependency);
     if (other == nullptr || !stageStatus_->dependency().contains(dependency)) return true;
-    const bool* const held = other->criticalAncestor_.find(stage());
-    return stageStatus_->critical() ? held != nullptr && *held : held == nullptr;
+    return stageStatus_->critical() == other->criticalAncestor_.contains(stage());
 }
 
 bool OrvStageStatus::allTold() const {

@@ -44,11 +44,10 @@ void ReadyStages::fill() noexcept try {
 
 void ReadyStages::add(StageStatus& stage) {
     const std::size_t end = std::size_t{stage.place()} + 1;
-    if (stages_.size() < end) {
-        stages_.resize(end);
-        readyCritical_.roomFor(end);
-        readyOther_.roomFor(end);
-    }
+    Orv::assertThat(stages_.size() < end, "a stage joins behind all others");
+    stages_.resize(end);
+    readyCritical_.roomFor(end);
+    readyOther_.roomFor(end);
     Part part;
     part.stage = &stage;
     part.critical = stage.critical();
@@ -118,7 +117,7 @@ void ReadyStages::change(const StageStatus& stage, Alter&& alter) noexcept {
     count(part, std::size_t(-1));
     alter(part);
     count(part, 1);
-    const bool ready = part.stage != nullptr && !part.active && part.waiting == 0;
+    const bool ready = part.ready();
     readyCritical_.is(stage.place(), ready && part.critical);
     readyOther_.is(stage.place(), ready && !part.critical);
 }

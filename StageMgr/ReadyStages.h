@@ -59,6 +59,8 @@ class ReadyStages final : private Status::Index, private InstanceStatus::Index {
         bool active = false;
         bool complete = false;
         bool critical = false;
+
+        bool ready() const { return stage != nullptr && !active && waiting == 0; }
     };
 
     void stageStored(StageStatus& stage, bool present) noexcept override;

@@ -1,5 +1,4 @@
 // How reports reach the stage: by the class's record of completions.
-#include <algorithm>
 #include <vector>
 
 #include "StageMgr/StageSm.h"
@@ -39,10 +38,9 @@ void StageSm::handleCompleteLocal() {
         const std::size_t place = record->complete().place({agent, stageName(), instanceName_});
         if (place != record->complete().nowhere) places.push_back(place);
     }
-    std::sort(places.begin(), places.end());
     const std::size_t joined = eventsJoined_;
     record->complete().walkAt(
-        places, [&] { return eventsJoined_ == joined; }, visit);
+        std::move(places), [&] { return eventsJoined_ == joined; }, visit);
 }
 
 void StageSm::handleCompleteLocal(AgentStatusKey key) {

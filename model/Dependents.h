@@ -25,9 +25,16 @@ class Dependents {
         }
         all_->set(stage.key(), &stage);
     }
+    // The stage has to be one of them.
     void remove(const StageStatus& stage) {
-        if (only_ == &stage) only_ = nullptr;
-        if (all_ && all_->del(stage.key()) && all_->empty()) all_.reset();
+        if (!all_) {
+            Orv::assertThat(only_ == &stage, "only_ == &stage");
+            only_ = nullptr;
+            return;
+        }
+        const bool held = all_->del(stage.key());
+        Orv::assertThat(held, "held");
+        if (all_->empty()) all_.reset();
     }
     // Calls visit(StageStatus&) with each, in no particular order; they must not change meanwhile.
     template <class Visit>

@@ -171,11 +171,12 @@ class OrderedMap {
         const std::uint32_t at = position(key);
         return at == absent ? nowhere : at;
     }
-    // A walk for whoever knows which members are worth a visit: those at `places`, which rise, as
-    // long as `known()` says that no other is and nothing is removed; from then on, every one that
-    // is left.
+    // A walk for whoever knows which members are worth a visit: those at `places`, in the
+    // order of the map, as long as `known()` says that no other is and nothing is removed; from
+    // then on, every one that is left.
     template <class Known, class Visit>
-    void walkAt(const std::vector<std::size_t>& places, Known&& known, Visit&& visit) const {
+    void walkAt(std::vector<std::size_t> places, Known&& known, Visit&& visit) const {
+        std::sort(places.begin(), places.end());
         Walk walk(*this);
         for (const std::size_t place : places) {
             walk.goTo(place);

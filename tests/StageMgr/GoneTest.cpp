@@ -230,6 +230,18 @@ TEST(StageTakenIn, GetsNoDependencyOfAnEventThatWentUnderTheNameItStoodUnder) {
     EXPECT_FALSE(world.stage("early")->dependency("net"));
 }
 
+TEST(StageTakenIn, GetsAllDependenciesOfAnEventThatNeverStoodThere) {
+    World world;
+    world.agent("disk").event("early");
+    world.when("/stage/app/status/stage/early/dependency[power]",
+               [&] { world.stage("early")->eventIs(eventOf("early", "psu", {})); });
+
+    world.configSm()->stageStatus("early")->eventConfigIs(
+        eventOf("early", "fan", {"power", "net"}));
+
+    EXPECT_TRUE(world.stage("early")->dependency("net"));
+}
+
 TEST(StageLosingAnEvent, ComparesTheLimitsAsTheyWereBefore) {
     World world;
     world.agent("fan").event("early", {.timeout = 30});
@@ -290,6 +302,19 @@ TEST(CriticalityOnItsWay, DoesNotReachAStageThatIsNoneOfTheClassByANewDependency
     world.stage("early")->dependencyIs("power", true);
 
     EXPECT_FALSE(stranger->critical());
+}
+
+TEST(CriticalityOnItsWay, ReachesNoStageWhoseReactorHasGone) {
+    World world;
+    world.agent("fan").event("early").event("late");
+    const Ptr<StageStatus> early = world.stage("early");
+    const Ptr<ConfigSm::OrvStageStatus> gone(world.configSm()->stageStatus("early"));
+    world.status()->stageDel("early");
+
+    gone->criticalAncestorIs("late", true);
+
+    EXPECT_TRUE(gone->criticalAncestor().value("late"));
+    EXPECT_FALSE(early->critical());
 }
 
 TEST(CriticalityOnItsWay, WaitsForAnotherThatStartsMeanwhile) {
@@ -362,7 +387,9 @@ TEST(GoneInstance, HasNoTimerArmedAlsoWhileSomebodyHoldsIt) {
 TEST(GoneInstance, LogsNothingMoreAlsoForWhoeverHoldsItsLog) {
     World world;
     world.enable("boot");
-    const Ptr<Stage::LogSm> log = world.instance("boot")->logSm();
+    // Held, so that it is retired and not yet deleted.
+    const Ptr<InstanceStatusSm> gone(world.instance("boot"));
+    const Ptr<Stage::LogSm> log = gone->logSm();
     world.disable("boot");
 
     log->logIs("late");
@@ -675,6 +702,15 @@ TEST_F(GoneStage, MakesNoReactorForAnEventWhoseLineTookItOutOfTheStage) {
 
     EXPECT_FALSE(sm->retired());
     EXPECT_EQ(sm->event("disk"), nullptr);
+}
+
+TEST_F(GoneStage, WaitsForAnEventThatItIsGivenAlsoWhenAnotherJoinsMeanwhile) {
+    world.when("event early:disk started", [&] { world.agent("usb").event("early"); });
+
+    sm->eventIs("disk", make<Stage::EventConfig>("early", "disk"));
+
+    EXPECT_TRUE(sm->pendingEvent().contains("early:disk"));
+    EXPECT_TRUE(sm->pendingEvent().contains("early:usb"));
 }
 
 TEST_F(GoneStage, LooksForWhatItMissedOnlyWhenItIsSwitchedOn) {

@@ -111,7 +111,31 @@ TEST(ReadyStages, AStageWaitsForACompleteOneThatSomebodyTakesOutOfTheActiveOnesM
     EXPECT_THAT(started(world), ElementsAre("a", "b"));
 }
 
+// With the places that the stages had, and with new ones.
 TEST(ReadyStages, AStageWaitsForACompleteOneThatSomebodyHasTakenOutOfTheActiveOnes) {
+    for (const int coming : {0, 200}) {
+        SCOPED_TRACE(coming);
+        World world;
+        world.agent("fan").event("b", {.dependsOn = {"a"}}).event("a");
+        world.hold("b");
+        world.enable("boot");
+        world.settle();
+        world.agent("fan").report("a", "boot");
+        world.settle();
+        world.instanceStatus("boot")->activeStageDel("a");
+        comeAndGo(world, coming);
+
+        world.holdDel("b");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "a")) << "b stands before it";
+
+        world.hold("b", false);  // asks for a pass
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "a", "b"));
+    }
+}
+
+TEST(ReadyStages, AStageWaitsForOneThatIsNotActiveAndHasNoReactorAnyMore) {
     World world;
     world.agent("fan").event("b", {.dependsOn = {"a"}}).event("a");
     world.hold("b");
@@ -120,33 +144,56 @@ TEST(ReadyStages, AStageWaitsForACompleteOneThatSomebodyHasTakenOutOfTheActiveOn
     world.agent("fan").report("a", "boot");
     world.settle();
     world.instanceStatus("boot")->activeStageDel("a");
+    world.instance("boot")->stageSmDel("a");
+    EXPECT_TRUE(world.instance("boot")->readyStages().usable());
 
     world.holdDel("b");
     world.settle();
-    EXPECT_THAT(started(world), ElementsAre("a", "a")) << "b stands before it";
 
-    world.hold("b", false);  // asks for a pass
-    world.settle();
-    EXPECT_THAT(started(world), ElementsAre("a", "a", "b"));
+    EXPECT_THAT(started(world), ElementsAre("a", "a", "b")) << "b when a is complete anew";
 }
 
+// Who traces is told of every stage, and starts the same ones.
 TEST(ReadyStages, AStageWaitsForOneWhoseReactorHasGoneUntilItIsCompleteAnew) {
+    for (const int traced : {0, 7}) {
+        SCOPED_TRACE(traced);
+        World world;
+        world.agent("fan").event("a").event("b", {.dependsOn = {"a"}});
+        world.hold("b");
+        world.enable("boot");
+        world.settle();
+        world.agent("fan").report("a", "boot");
+        world.settle();
+        world.instance("boot")->stageSmDel("a");
+        world.trace(traced);
+
+        world.holdDel("b");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a"));
+
+        world.instance("boot")->handleActiveStage("a");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "b"));
+    }
+}
+
+TEST(ReadyStages, AStageIsCompleteWhoseReactorTookThePlaceOfAnother) {
     World world;
-    world.agent("fan").event("a").event("b", {.dependsOn = {"a"}});
-    world.hold("b");
+    world.agent("fan").event("early", {.completeIn = {"boot"}});
+    world.agent("fan").event("late", {.dependsOn = {"early"}, .completeIn = {"boot"}});
     world.enable("boot");
-    world.settle();
-    world.agent("fan").report("a", "boot");
-    world.settle();
-    world.instance("boot")->stageSmDel("a");
+    const Stage::StageSm* another = nullptr;
+    world.when("<< stage early is complete", [&] {
+        world.instance("boot")->handleActiveStage("early");
+        another = world.stageSm("boot", "early");
+    });
 
-    world.holdDel("b");
     world.settle();
-    EXPECT_THAT(started(world), ElementsAre("a"));
 
-    world.instance("boot")->handleActiveStage("a");
-    world.settle();
-    EXPECT_THAT(started(world), ElementsAre("a", "b"));
+    ASSERT_NE(another, nullptr);
+    EXPECT_NE(world.stageSm("boot", "early"), another);
+    EXPECT_THAT(started(world), ElementsAre("early", "late"));
+    EXPECT_TRUE(world.instanceComplete("boot"));
 }
 
 TEST(ReadyStages, AnInstanceThatWatchesAnotherStatusGoesByThat) {
@@ -181,7 +228,58 @@ TEST(ReadyStages, AStageThatHasLeftTheClassIsLookedAtByItself) {
     EXPECT_FALSE(world.instance("boot")->needRecalculateNextStage()) << "a is not complete";
 }
 
+TEST(ReadyStages, AStageThatHasLeftTheClassIsLookedAtByItselfAlsoBehindAllThePlaces) {
+    World world;
+    world.agent("fan").event("a");
+    comeAndGo(world, 50);
+    world.agent("fan").event("gone", {.dependsOn = {"a", "b"}});
+    world.enable("boot");
+    world.settle();
+    const Ptr<Stage::StageStatus> gone = world.stage("gone");
+    world.status()->stageDel("gone");
+    while (world.status()->places() > gone->place()) comeAndGo(world, 1);
+    world.settle();
+    const Stage::InstanceStatusSm& instance = *world.instance("boot");
+
+    gone->dependencyDel("b");
+    EXPECT_FALSE(instance.needRecalculateNextStage()) << "a is not complete";
+
+    world.agent("fan").report("a", "boot");
+    world.settle();
+    gone->dependencyIs("b", true);
+    gone->dependencyDel("b");
+    EXPECT_TRUE(instance.needRecalculateNextStage());
+}
+
+TEST(ReadyStages, AnInstanceWithoutAStatusLooksAtAStagesDependenciesItself) {
+    World world;
+    world.agent("fan").event("a").event("b", {.dependsOn = {"a", "x"}});
+    world.enable("boot");
+    world.settle();
+    world.instance("boot")->instanceStatusIs(nullptr);
+    // It has no name any more, and so none that is enabled.
+    const auto passesWanted = [&] { return world.traced(8, "not enabled yet").size(); };
+    world.trace(8);
+
+    world.stage("b")->dependencyDel("x");
+    EXPECT_EQ(passesWanted(), 0u) << "a is not complete";
+
+    world.agent("fan").report("a", "boot");
+    world.stage("b")->dependencyIs("x", true);
+    world.forgetTraced();
+    world.stage("b")->dependencyDel("x");
+    EXPECT_EQ(passesWanted(), 1u);
+}
+
 // --- the configuration side
+
+// The critical stages that have told this one that they depend on it.
+Lines ancestors(const World& world, const char* stage) {
+    Lines names;
+    for (const auto& [name, critical] : world.configSm()->stageStatus(stage)->criticalAncestor())
+        names.push_back(name.str());
+    return names;
+}
 
 TEST(KnownDependents, AStageThatAHostBroughtInTellsTheOneThatItWaitsFor) {
     World world;
@@ -206,10 +304,61 @@ TEST(KnownDependents, AreToldOfAStageInTheOrderInWhichTheyWereAdded) {
 
     world.agent("fan").event("late");
 
-    Lines ancestors;
-    for (const auto& [stage, critical] : world.configSm()->stageStatus("late")->criticalAncestor())
-        ancestors.push_back(stage.str());
-    EXPECT_THAT(ancestors, ElementsAre("b", "a"));
+    EXPECT_THAT(ancestors(world, "late"), ElementsAre("b", "a"));
+}
+
+TEST(KnownDependents, OneWithoutAReactorIsPassedOver) {
+    World world;
+    world.agent("fan").event("a", {.critical = true, .dependsOn = {"late"}});
+    world.agent("fan").event("b", {.critical = true, .dependsOn = {"late"}});
+    world.configSm()->stageStatusDel("a");
+
+    world.agent("fan").event("late");
+
+    EXPECT_THAT(ancestors(world, "late"), ElementsAre("b"));
+}
+
+// On purpose: whether a stage is told does not hang on what makes the telling cheap.
+TEST(KnownDependents, OneThatJoinsUnheardWhileTheyAreToldIsToldToo) {
+    World world;
+    world.agent("fan").event("a", {.critical = true, .dependsOn = {"late"}});
+    world.agent("fan").event("b", {.critical = true});
+    world.configSm()->stageStatus("b")->notificationActiveIs(false);
+    world.when("/stage/app/status/stage/late/critical",
+               [&] { world.stage("b")->dependencyIs("late", true); });
+
+    world.agent("fan").event("late");
+
+    EXPECT_THAT(ancestors(world, "late"), ElementsAre("a", "b"));
+}
+
+TEST(KnownDependents, OneThatAHostBringsInWhileTheyAreToldIsToldToo) {
+    World world;
+    world.agent("fan").event("a", {.critical = true, .dependsOn = {"late"}}).event("b");
+    const Ptr<Stage::StageStatus> foreign = make<Stage::StageStatus>("b");
+    world.when("/stage/app/status/stage/late/critical", [&] {
+        world.configSm()->stageStatusIs(foreign);
+        world.configSm()->stageStatus("b")->notificationActiveIs(false);
+        foreign->criticalIs(true);
+        foreign->dependencyIs("late", true);
+    });
+
+    world.agent("fan").event("late");
+
+    EXPECT_THAT(ancestors(world, "late"), ElementsAre("a", "b"));
+}
+
+TEST(KnownDependents, AStageThatAHostBroughtInGoesWithTheOneInWhosePlaceItIs) {
+    World world;
+    world.agent("fan").event("a", {.critical = true, .dependsOn = {"late"}}).event("b");
+    world.configSm()->stageStatusIs(make<Stage::StageStatus>("b"));
+    world.configSm()->stageStatus("b")->notificationActiveIs(true);
+
+    world.status()->stageDel("b");
+    EXPECT_EQ(world.configSm()->stageStatus("b"), nullptr);
+
+    world.agent("fan").event("late");
+    EXPECT_THAT(ancestors(world, "late"), ElementsAre("a"));
 }
 
 TEST(KnownDependents, AStageThatIsJustLeavingTellsTheOneThatItWaitsFor) {
@@ -350,6 +499,46 @@ TEST(ReadyStages, ForWhichThereIsNoMemoryStartAllTheSame) {
     EXPECT_GT(withoutIndex, 0);
 }
 
+// Whatever allocation is refused while stages join, those that were there wait, and are held, as
+// they would be.
+TEST(ReadyStages, ForWhichThereIsNoMemoryWaitForTheSame) {
+    bool refused = true;
+    int withoutIndex = 0;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        World world;
+        world.agent("fan").event("a").event("b", {.dependsOn = {"a", "x"}});
+        world.agent("fan").event("c", {.dependsOn = {"x"}}).event("held");
+        world.hold("held");
+        world.enable("boot");
+        world.settle();
+        const Ptr<Stage::Status> status = world.status();
+        refused = RuntimeTest::doneWithout(
+            which, {[&] { status->stageIs("s1"); }, [&] { status->stageIs("s2"); }});
+        if (!world.instance("boot")->readyStages().usable()) ++withoutIndex;
+        for (const char* stage : {"s1", "s2"}) status->stageDel(stage);
+        comeAndGo(world, 100);
+
+        world.stage("c")->dependencyIs("a", true);
+        world.stage("c")->dependencyDel("x");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a"));
+
+        world.agent("fan").report("a", "boot");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "c"));
+
+        world.stage("b")->dependencyDel("x");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "c", "b"));
+
+        world.holdDel("held");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("a", "c", "b", "held"));
+    }
+    EXPECT_GT(withoutIndex, 0);
+}
+
 TEST(ReadyStages, OfAnInstanceThatIsMadeWithoutMemoryForThemStartAllTheSame) {
     bool refused = true;
     int withoutIndex = 0;
@@ -365,6 +554,41 @@ TEST(ReadyStages, OfAnInstanceThatIsMadeWithoutMemoryForThemStartAllTheSame) {
         world.settle();
         if (instance->stageSm().empty()) continue;  // it has been cut short before it could start
         EXPECT_THAT(started(world), Contains("early"));
+    }
+    EXPECT_GT(withoutIndex, 0);
+}
+
+// Whatever allocation is refused while a stage gets a dependency, the class goes on as ever.
+TEST(KnownDependents, OfAClassWithoutMemoryForThemAreToldAllTheSame) {
+    bool refused = true;
+    int withoutIndex = 0;
+    for (std::size_t which = 1; refused; ++which) {
+        SCOPED_TRACE(which);
+        World world;
+        world.agent("fan").event("a", {.critical = true, .dependsOn = {"late"}}).event("spare");
+        const Ptr<Stage::StageStatus> spare = world.stage("spare");
+        world.enable("boot");
+        world.settle();
+        refused = RuntimeTest::doneWithout(which, {[&] { spare->dependencyIs("other", true); }});
+        if (!world.status()->indexed()) ++withoutIndex;
+        spare->dependencyIs("other", true);
+        spare->eventIs(make<Stage::EventConfig>("spare", "lamp"));
+        world.agent("fan").event("b", {.critical = true, .dependsOn = {"late"}});
+
+        world.agent("lamp").event("late");
+        EXPECT_EQ(world.event("spare", "lamp"), nullptr) << "it does not list that stage";
+        EXPECT_THAT(ancestors(world, "late"), ElementsAre("a", "b"));
+        world.hold("late", false);  // asks for a pass
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("late"));
+
+        world.agent("lamp").report("late", "boot");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("late", "a", "b"));
+
+        spare->dependencyDel("other");
+        world.settle();
+        EXPECT_THAT(started(world), ElementsAre("late", "a", "b", "spare"));
     }
     EXPECT_GT(withoutIndex, 0);
 }

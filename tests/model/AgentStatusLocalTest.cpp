@@ -45,6 +45,19 @@ TEST(AgentStatusLocalEntity, CompletionsTellPerKey) {
          {{"fan", "mount", "main"}, "fan:mount:main"}});
 }
 
+// Does something whenever a member changes, before anybody else is told.
+class WhenObserved final : public Orv::TreeObserver {
+  public:
+    explicit WhenObserved(std::function<void()> act) : act_(std::move(act)) {}
+    void onScalar(const Orv::Entity&, const Orv::Attribute&) override {}
+    void onMember(const Orv::Entity&, const Orv::Attribute&, const Orv::Value&) override { act_(); }
+    void onEnqueued(const Orv::Entity&, const Orv::Attribute&) override {}
+    void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override {}
+
+  private:
+    std::function<void()> act_;
+};
+
 // Subscribers that write their names and the agent.
 class Subscriptions : public testing::Test {
   protected:
@@ -177,21 +190,8 @@ TEST_F(Subscriptions, AReportThatIsTakenBackAndMadeAgainReachesWhoWaitsForIt) {
 }
 
 TEST_F(Subscriptions, WhoJoinsWhileAnObserverIsToldIsToldToo) {
-    class Joining final : public Orv::TreeObserver {
-      public:
-        explicit Joining(std::function<void()> join) : join_(std::move(join)) {}
-        void onScalar(const Orv::Entity&, const Orv::Attribute&) override {}
-        void onMember(const Orv::Entity&, const Orv::Attribute&, const Orv::Value&) override {
-            join_();
-        }
-        void onEnqueued(const Orv::Entity&, const Orv::Attribute&) override {}
-        void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override {}
-
-      private:
-        std::function<void()> join_;
-    };
     std::vector<std::unique_ptr<Subscriber>> joined;
-    const Joining joining([&] {
+    const WhenObserved joining([&] {
         for (int i = 0; i < 100; ++i)
             joined.push_back(subscriber("other", "mount", std::to_string(i).c_str()));
         joined.push_back(subscriber("mount", "mount"));
@@ -200,6 +200,20 @@ TEST_F(Subscriptions, WhoJoinsWhileAnObserverIsToldIsToldToo) {
     record->completeIs({"disk", "mount", "main"}, true);
 
     EXPECT_EQ(take(), Lines({"mount disk"}));
+}
+
+TEST_F(Subscriptions, NobodyIsToldOfAReportThatAnObserverHasTakenBack) {
+    const auto net = subscriber("net", "net");
+    int taken = 0;
+    const WhenObserved takingBack([&] {
+        if (++taken == 1) record->completeDel({"disk", "mount", "main"});
+    });
+
+    record->completeIs({"disk", "mount", "main"}, true);
+
+    EXPECT_EQ(taken, 2) << "the report, and that it is taken back";
+    EXPECT_EQ(take(), Lines({"net disk"})) << "once: that it is taken back";
+    EXPECT_FALSE(record->complete({"disk", "mount", "main"}));
 }
 
 TEST_F(Subscriptions, TheReportsOfAStageInAnInstanceAreCounted) {

@@ -205,6 +205,33 @@ TEST_F(StageStatusEntity, CountsAnEventThatStandsElsewhereToo) {
     EXPECT_FALSE(other->someEventCritical());
 }
 
+TEST_F(StageStatusEntity, CountsNoMoreAnEventThatAnotherOfItsAgentReplaces) {
+    for (int i = 0; i < 6; ++i) stage->eventIs(make<EventConfig>("mount", std::to_string(i)));
+    const Ptr<EventConfig> before = stage->event("2");
+    before->criticalIs(true);
+    before->timeoutIs(30);
+    before->dependencyIs("a", true);
+
+    stage->eventIs(make<EventConfig>("mount", "2"));
+
+    EXPECT_EQ(before->holder(), nullptr);
+    EXPECT_FALSE(stage->someEventCritical());
+    EXPECT_FALSE(stage->someEventDependsOn("a"));
+    EXPECT_EQ(stage->largestEventTimeout(), 0);
+}
+
+TEST_F(StageStatusEntity, NamesTheAgentOfTheFirstEventOfAKind) {
+    for (const char* agent : {"a", "b", "c"}) stage->eventIs(make<EventConfig>("mount", agent));
+    stage->event("b")->criticalIs(true);
+    stage->event("c")->criticalIs(true);
+    const auto critical = [](const EventConfig& event) { return event.critical(); };
+
+    EXPECT_EQ(stage->firstAgent(critical), "b");
+    stage->event("b")->criticalIs(false);
+    stage->event("c")->criticalIs(false);
+    EXPECT_EQ(stage->firstAgent(critical), "");
+}
+
 TEST_F(StageStatusEntity, ThatGoesLeavesItsEventsToOthers) {
     std::vector<Ptr<EventConfig>> events;
     for (int i = 0; i < 6; ++i) {

@@ -37,6 +37,19 @@ class StatusEntity : public testing::Test {
     Lines& told = listener.told;
 };
 
+// It has nobody any more who keeps account of it.
+TEST(StatusEntityThatIsGone, LeavesItsStagesToWhoeverHoldsThem) {
+    Ptr<Status> status = make<Status>("status");
+    const Ptr<StageStatus> stage = status->stageIs("early");
+    status = nullptr;
+
+    stage->dependencyIs("power", true);
+    stage->criticalIs(true);
+
+    EXPECT_TRUE(stage->dependency("power"));
+    EXPECT_TRUE(stage->critical());
+}
+
 TEST_F(StatusEntity, MakesItsStages) {
     expectMembers<StageStatus>(
         *status, status->stage(), told, "stage",

@@ -264,13 +264,30 @@ TEST(OrderedMapWalk, PlacesRiseAlongTheOrder) {
     EXPECT_EQ(map.place("d"), map.nowhere);
 }
 
+TEST(OrderedMap, ThatIsReservedTakesWhatIsToComeWithoutAllocating) {
+    for (const int before : {0, 9}) {
+        for (const int members : {8, 20, 28, 29, 100}) {
+            SCOPED_TRACE(std::to_string(before) + " of " + std::to_string(members));
+            OrderedMap<Key<64>, int> map;
+            for (int id = 0; id < before; ++id) map.set({id}, id);
+            map.reserve(static_cast<std::size_t>(members));
+            const std::size_t allocations = RuntimeTest::allocations();
+
+            for (int id = before; id < members; ++id) map.set({id}, id);
+
+            EXPECT_EQ(RuntimeTest::allocations(), allocations);
+            for (int id = 0; id < members; ++id) EXPECT_EQ(map.value({id}), id);
+        }
+    }
+}
+
 TEST(OrderedMapWalk, AtPlacesVisitsThoseAlone) {
     OrderedMap<Key<8>, int> map;
     for (int id = 0; id < 40; ++id) map.set({id}, id);
     std::vector<int> seen;
 
     map.walkAt(
-        {map.place({3}), map.place({17}), map.place({39})}, [] { return true; },
+        {map.place({39}), map.place({3}), map.place({17})}, [] { return true; },
         [&](Key<8> key) { seen.push_back(key.id); });
 
     EXPECT_EQ(seen, (std::vector<int>{3, 17, 39}));
@@ -297,15 +314,16 @@ TEST(OrderedMapWalk, AtPlacesVisitsAllThatIsLeftOnceAMemberIsRemoved) {
     std::vector<int> seen;
 
     map.walkAt(
-        {map.place({1}), map.place({5})}, [] { return true; },
+        {map.place({0}), map.place({2}), map.place({6})}, [] { return true; },
         [&](Key<8> key) {
             seen.push_back(key.id);
-            map.del({2});
-            if (seen.size() == 1) map.del({5});
-            map.set({5}, 5);
+            if (key.id != 2) return;
+            map.del({3});
+            map.del({6});
+            map.set({6}, 6);
         });
 
-    EXPECT_EQ(seen, (std::vector<int>{1, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(seen, (std::vector<int>{0, 2, 4, 5, 6, 7}));
 }
 
 TEST(OrderedMapWalk, LeavesNoWalkBehindWhenAVisitThrows) {
