@@ -130,10 +130,11 @@ do_run() {
 # The programs of all compilers and builds give the same bytes; those with g++ and clang++ and the
 # sanitizers are there already.
 determinism() {
-    build clang-release stagemgr || return 1
+    build clang-release replay-journal || return 1
     say "comparing what the builds' programs observe"
-    sh tests/host/determinism.sh build/release/stagemgr build/debug/stagemgr build/clang/stagemgr \
-        build/clang-release/stagemgr >&2
+    sh tests/replay/determinism.sh build/release/tests/replay-journal \
+        build/debug/tests/replay-journal build/clang/tests/replay-journal \
+        build/clang-release/tests/replay-journal >&2
 }
 
 # fuzz TARGET SECONDS: one fuzzed program, on what the tree has and what earlier runs found. What it

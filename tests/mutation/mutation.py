@@ -187,6 +187,7 @@ class Build:
         self.sanitized = name == "sanitized"
         need(["cmake", "-S", TREE, "-B", self.folder, "-G", "Ninja", "-DCMAKE_CXX_COMPILER=g++",
               "-DCMAKE_EXPORT_COMPILE_COMMANDS=ON", "-DSTAGEMGR_BUILD_BENCH=OFF",
+              "-DSTAGEMGR_BUILD_PROGRAM=OFF",
               "-DSTAGEMGR_TEST_FOLDERS=runtime;model;StageMgr;scenario;conformance;fuzz",
               *BUILDS[name]])
         need(["cmake", "--build", self.folder, "-j", str(os.cpu_count()), "--target", *self.PROGRAMS])

@@ -1,6 +1,6 @@
 #!/bin/sh
 # determinism.sh PROGRAM PROGRAM...: every journal of the tests and examples gives the same bytes,
-# whichever of these builds of stagemgr replays it, with and without tracing.
+# whichever of these builds of replay-journal does it, with and without tracing.
 set -eu
 root=$(cd "$(dirname "$0")/../.." && pwd)
 
@@ -20,12 +20,15 @@ for journal in "$root"/examples/*.jsonl "$root"/tests/scenario/cases/*.in.jsonl;
     rm -f "$work/first"
     for program; do
         for trace in '' 9; do
-            "$program" replay "$journal" --out "$work/now" ${trace:+--trace "$trace"} \
-                > "$work/printed" 2> "$work/trace"
+            "$program" "$journal" "$work/now" $trace > "$work/printed" 2> "$work/trace" || {
+                echo "$program${trace:+ with traces} ends with status $? on $journal" >&2
+                differing=$((differing + 1))
+                continue
+            }
             if [ ! -e "$work/first" ]; then
                 mv "$work/now" "$work/first"
             elif ! cmp -s "$work/first" "$work/now"; then
-                echo "$program${trace:+ --trace $trace} differs on $journal" >&2
+                echo "$program${trace:+ with traces} differs on $journal" >&2
                 differing=$((differing + 1))
             fi
         done
