@@ -8,7 +8,7 @@
 
 #include "host/Outcome.h"
 #include "host/Tree.h"
-#include "host/Utf8.h"
+#include "host/Words.h"
 #include "model/InstanceStatus.h"
 #include "runtime/Type.h"
 
@@ -36,13 +36,6 @@ std::string labelOf(const Orv::Entity& member) {
     const auto* const dir =
         collection != nullptr ? dynamic_cast<const Orv::Entity*>(collection->parent()) : nullptr;
     return dir != nullptr ? instanceLabel(dir->key(), member.key()) : printable(member.key());
-}
-
-template <class Texts>
-std::string list(const Texts& texts) {
-    std::string joined;
-    for (const auto& text : texts) joined += (joined.empty() ? "" : ", ") + printable(text);
-    return joined;
 }
 
 std::string stageCount(const InstanceOutcome& outcome) {
@@ -209,7 +202,7 @@ void HumanView::instance(const InstanceOutcome& outcome) {
 
 void HumanView::stage(const StageOutcome& outcome, std::size_t nameWidth) {
     using State = StageOutcome::State;
-    const std::string pending = list(outcome.pendingAgents);
+    const std::string pending = printableList(outcome.pendingAgents);
     std::vector<std::string> facts;
     Colour colour = Colour::warning;
     switch (outcome.state) {
@@ -230,13 +223,13 @@ void HumanView::stage(const StageOutcome& outcome, std::size_t nameWidth) {
         case State::notStarted:
             facts.emplace_back("not started");
             if (!outcome.incompleteDependencies.empty())
-                facts.push_back("needs " + list(outcome.incompleteDependencies));
+                facts.push_back("needs " + printableList(outcome.incompleteDependencies));
             if (outcome.heldByOperator) facts.emplace_back("held by the do-not-start list");
             if (outcome.heldByCritical) facts.emplace_back("critical stages start first");
             break;
     }
     if (!outcome.assumedAgents.empty())
-        facts.push_back("auto-completed for " + list(outcome.assumedAgents));
+        facts.push_back("auto-completed for " + printableList(outcome.assumedAgents));
     if (facts.empty()) return;
     wrapped("    " + padded(printable(outcome.stage), nameWidth) + "  ",
             fmt::format("{}", fmt::join(facts, "; ")), colour);

@@ -7,6 +7,51 @@ namespace Host {
 
 View::~View() = default;
 
+void Views::onBegin(const Tree& tree) {
+    for (View* const view : views_) view->onBegin(tree);
+}
+
+void Views::onScalar(double t, const Orv::Entity& entity, const Orv::Attribute& attribute) {
+    for (View* const view : views_) view->onScalar(t, entity, attribute);
+}
+
+void Views::onMember(double t, const Orv::Entity& entity, const Orv::Attribute& attribute,
+                     const Orv::Value& key) {
+    for (View* const view : views_) view->onMember(t, entity, attribute, key);
+}
+
+void Views::onEntry(double t, const Orv::Entity& entry, bool present) {
+    for (View* const view : views_) view->onEntry(t, entry, present);
+}
+
+void Views::onLog(double t, const Stage::InstanceLog& log) {
+    for (View* const view : views_) view->onLog(t, log);
+}
+
+void Views::onMessage(double t, const Orv::LogHandle& message, const Orv::String& text) {
+    for (View* const view : views_) view->onMessage(t, message, text);
+}
+
+void Views::onWatchdog(double t, const Halbe::HalbeInfo& watchdog) {
+    for (View* const view : views_) view->onWatchdog(t, watchdog);
+}
+
+void Views::onPrint(double t, const Orv::String& line) {
+    for (View* const view : views_) view->onPrint(t, line);
+}
+
+void Views::onError(double t, const char* what) {
+    for (View* const view : views_) view->onError(t, what);
+}
+
+void Views::onEnd(double t, const Tree& tree) {
+    for (View* const view : views_) view->onEnd(t, tree);
+}
+
+void Views::flush() {
+    for (View* const view : views_) view->flush();
+}
+
 namespace {
 
 double now() { return Orv::System::currentTime(); }

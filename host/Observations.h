@@ -1,6 +1,9 @@
 // What the manager does, as one feed for whoever wants to show, record or judge it.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "model/InstanceLog.h"
 #include "runtime/Environment.h"
 #include "runtime/Halbe.h"
@@ -19,6 +22,9 @@ class View {
     virtual ~View();
     View(const View&) = delete;
     View& operator=(const View&) = delete;
+
+    // The manager and its tree were made; what becomes of them is fed from now on.
+    virtual void onBegin(const Tree&) {}
 
     // A scalar has a new value.
     virtual void onScalar(double, const Orv::Entity&, const Orv::Attribute&) {}
@@ -42,6 +48,28 @@ class View {
 
     // Writes out whatever it holds back.
     virtual void flush() {}
+};
+
+// Passes the feed on to several, in that order. They outlive it.
+class Views : public View {
+  public:
+    explicit Views(std::vector<View*> views) : views_(std::move(views)) {}
+
+    void onBegin(const Tree& tree) override;
+    void onScalar(double t, const Orv::Entity& entity, const Orv::Attribute& attribute) override;
+    void onMember(double t, const Orv::Entity& entity, const Orv::Attribute& attribute,
+                  const Orv::Value& key) override;
+    void onEntry(double t, const Orv::Entity& entry, bool present) override;
+    void onLog(double t, const Stage::InstanceLog& log) override;
+    void onMessage(double t, const Orv::LogHandle& message, const Orv::String& text) override;
+    void onWatchdog(double t, const Halbe::HalbeInfo& watchdog) override;
+    void onPrint(double t, const Orv::String& line) override;
+    void onError(double t, const char* what) override;
+    void onEnd(double t, const Tree& tree) override;
+    void flush() override;
+
+  private:
+    std::vector<View*> views_;
 };
 
 // Feeds what leaves the library.

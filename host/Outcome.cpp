@@ -2,9 +2,8 @@
 
 #include <algorithm>
 
+#include "StageMgr/StatusSm.h"
 #include "host/Tree.h"
-#include "model/AgentStatus.h"
-#include "model/AgentStatusLocal.h"
 #include "model/CompletionStatusDir.h"
 #include "model/Config.h"
 #include "model/EnabledConfig.h"
@@ -33,6 +32,17 @@ bool flag(const Object& reactor, const char* attribute) {
 class Class {
   public:
     Class(const Tree& tree, Orv::Name name) : tree_(tree), name_(std::move(name)) {
+        // What the manager works on; when somebody is told that it left the tree, it still does.
+        if (const Object held = reactor("statusSm")) {
+            const auto* const statusSm = dynamic_cast<const Stage::StatusSm*>(held.get());
+            if (statusSm != nullptr) {
+                const auto arguments = statusSm->arguments();
+                status_ = std::get<Orv::Ptr<Stage::Status>>(arguments);
+                completion_ = std::get<Orv::Ptr<Stage::CompletionStatusDir>>(arguments);
+                config_ = std::get<Orv::Ptr<const Stage::Config>>(arguments);
+                return;
+            }
+        }
         dir_ = tree.stageDir()->entityPtr<Orv::Dir>(name_);
         if (!dir_) return;
         status_ = dir_->entityPtr<Stage::Status>("status");
@@ -84,8 +94,7 @@ class Class {
                                [&](const StageOutcome& s) { return s.state == wanted; });
         };
         if (complete(outcome.instance)) return State::complete;
-        if (tree_.fatalError()->requestReboot() != Stage::FatalError::ResetMode::none)
-            return State::rebooting;
+        if (rebootRequested(tree_)) return State::rebooting;
         if (some(StageOutcome::State::overdue)) return State::overdue;
         if (status.suspended()) return State::suspended;
         return some(StageOutcome::State::running) ? State::running : State::held;
@@ -139,15 +148,10 @@ class Class {
         }
     }
 
-    // The manager says that the event is complete, and neither the agent nor its registration does.
+    // The manager says that the event is complete, and neither the agent nor its registration did.
     bool assumed(const Stage::EventConfig& event, const Orv::Name& instance) const {
-        const Object held = reactor("agentStatusLocal");
-        const auto* const local = dynamic_cast<const Stage::AgentStatusLocal*>(held.get());
-        const Stage::AgentStatusKey key{event.agent(), event.stage(), instance};
-        if (local == nullptr || !local->complete(key) || event.complete(instance)) return false;
-        const auto agents = tree_.agentStatusDir()->entityPtr<Orv::Dir>(name_);
-        const auto agent = agents ? agents->entityPtr<Stage::AgentStatus>(event.agent()) : nullptr;
-        return !agent || !agent->complete(key);
+        return !event.complete(instance) &&
+               tree_.assumed(name_, {event.agent(), event.stage(), instance});
     }
 
     std::string missing() const {
@@ -173,7 +177,7 @@ class Class {
     Orv::Ptr<Orv::Dir> dir_;
     Orv::Ptr<Stage::Status> status_;
     Orv::Ptr<Stage::CompletionStatusDir> completion_;
-    Orv::Ptr<Stage::Config> config_;
+    Orv::Ptr<const Stage::Config> config_;
 };
 
 }  // namespace
@@ -181,6 +185,14 @@ class Class {
 std::size_t InstanceOutcome::completeStages() const {
     return static_cast<std::size_t>(std::count_if(
         stages.begin(), stages.end(), [](const StageOutcome& s) { return s.isComplete(); }));
+}
+
+InstanceOutcome outcome(const Tree& tree, const Orv::Name& stageClass, const Orv::Name& instance) {
+    return Class(tree, stageClass).instance(instance);
+}
+
+bool rebootRequested(const Tree& tree) {
+    return tree.fatalError()->requestReboot() != Stage::FatalError::ResetMode::none;
 }
 
 std::vector<InstanceOutcome> outcomes(const Tree& tree) {

@@ -64,7 +64,13 @@ struct InstanceOutcome {
     std::size_t completeStages() const;
 };
 
+// Nothing starts any more then.
+bool rebootRequested(const Tree& tree);
+
 // By class, in the order of /enable.
 std::vector<InstanceOutcome> outcomes(const Tree& tree);
+
+// One of them, whether or not it is enabled; unmanaged when nothing runs it.
+InstanceOutcome outcome(const Tree& tree, const Orv::Name& stageClass, const Orv::Name& instance);
 
 }  // namespace Host

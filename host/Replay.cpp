@@ -10,7 +10,9 @@ Replay::Replay(View& view)
       manager_(clock_, environment_),
       scope_(manager_),
       observer_(view),
-      inputs_(tree_, observer_) {}
+      inputs_(tree_, observer_) {
+    view_.onBegin(tree_);
+}
 
 bool Replay::apply(const Input& input) {
     if (input.at > manager_.currentTime()) manager_.runUntil(input.at);

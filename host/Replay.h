@@ -26,6 +26,12 @@ class Replay {
     // nothing to apply. Raises MalformedInput.
     bool apply(const Input& input);
 
+    // For whoever moves time on: when the next timer is due (infinity: none is armed), to fire all
+    // that is due before `time` and make it `time`, and to fire what is due then.
+    double next() const { return manager_.clock()->nextTime(); }
+    void runUntil(double time) { manager_.runUntil(time); }
+    void settle() { manager_.settle(); }
+
     // Goes on until no timer is armed, unless there was an `end`, and tells the view that the feed
     // has ended.
     void finish();

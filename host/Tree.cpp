@@ -2,10 +2,16 @@
 
 #include <fmt/format.h>
 
+#include <unordered_map>
+#include <unordered_set>
+
 #include "StageMgr/StageMgrStageClassDirSm.h"
 #include "host/Suggest.h"
 #include "host/Utf8.h"
+#include "model/AgentStatus.h"
+#include "model/AgentStatusLocal.h"
 #include "model/Types.h"
+#include "runtime/TreeObserver.h"
 #include "runtime/Type.h"
 
 namespace Host {
@@ -107,6 +113,54 @@ std::string nothingThere(const Orv::PtrInterface& last, const std::vector<Orv::N
 
 }  // namespace
 
+// Looks at the manager's record of what is complete as it changes: right then it is known whether
+// the agent has said so.
+class Tree::Assumptions final : public Orv::TreeObserver {
+  public:
+    explicit Assumptions(const Tree& tree) : tree_(tree) {}
+
+    bool contains(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
+        const auto found = events_.find(stageClass);
+        return found != events_.end() && found->second.contains(event);
+    }
+
+    void onScalar(const Orv::Entity&, const Orv::Attribute&) override {}
+    void onEnqueued(const Orv::Entity&, const Orv::Attribute&) override {}
+    void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override {}
+    void onMember(const Orv::Entity& entity, const Orv::Attribute&,
+                  const Orv::Value& key) override {
+        if (entity.typeInfo() != &Stage::AgentStatusLocal::type()) return;
+        Stage::AgentStatusKey event;
+        if (!Orv::ValueTraits<Stage::AgentStatusKey>::read(key, event)) return;
+        const auto& local = static_cast<const Stage::AgentStatusLocal&>(entity);
+        const auto* const manager = dynamic_cast<const Orv::Entity*>(local.parent());
+        if (manager == nullptr) return;
+        const Orv::Name stageClass = manager->key();
+        if (local.complete(event) && !tree_.reported(stageClass, event))
+            events_[stageClass].insert(event);
+        else if (!local.complete().contains(event))
+            events_[stageClass].erase(event);
+    }
+
+  private:
+    struct Hash {
+        std::size_t operator()(const Stage::AgentStatusKey& key) const { return key.hash(); }
+        std::size_t operator()(const Orv::Name& name) const { return name.hash(); }
+    };
+    const Tree& tree_;
+    std::unordered_map<Orv::Name, std::unordered_set<Stage::AgentStatusKey, Hash>, Hash> events_;
+};
+
+bool Tree::reported(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
+    const auto agents = agentStatusDir_->entityPtr<Orv::Dir>(stageClass);
+    const auto agent = agents ? agents->entityPtr<Stage::AgentStatus>(event.agent) : nullptr;
+    return agent && agent->complete(event);
+}
+
+bool Tree::assumed(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
+    return assumptions_->contains(stageClass, event);
+}
+
 std::string pathName(std::string_view name) {
     std::string written;
     for (const char c : name) {
@@ -146,6 +200,7 @@ Tree::Tree() {
     root_->entryIs(globalConfig_);
     fatalError_ = Orv::make<Stage::FatalError>("fatalerror");
     root_->entryIs(fatalError_);
+    assumptions_ = std::make_unique<Assumptions>(*this);
     start();
 }
 

@@ -1,11 +1,13 @@
 // The host's entity tree, with the manager at work on it, and how things in it are found by path.
 #pragma once
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "model/AgentStatusKey.h"
 #include "model/FatalError.h"
 #include "model/StageGlobalConfig.h"
 #include "runtime/Dir.h"
@@ -56,6 +58,12 @@ class Tree {
     // when there is none, and for everything below /sm.
     Orv::Ptr<Orv::Entity> entity(std::string_view path) const;
 
+    // Whether its agent says that the event is complete.
+    bool reported(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const;
+    // Whether the manager has completed that event on its agent's behalf. The entities tell it only
+    // until the agent reports after all, and what was assumed is never to be shown as reported.
+    bool assumed(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const;
+
     // A place in a directory.
     struct Place {
         Orv::Ptr<Orv::Dir> dir;
@@ -69,6 +77,7 @@ class Tree {
     Place entry(std::string_view path) const;
 
   private:
+    class Assumptions;
     using Names = std::vector<Orv::Name>;
     Orv::Ptr<Orv::PtrInterface> find(const Names& names) const;
     Place place(const Names& names) const;
@@ -80,6 +89,7 @@ class Tree {
     Orv::Ptr<Orv::Dir> agentStatusDir_;
     Orv::Ptr<Stage::StageGlobalConfig> globalConfig_;
     Orv::Ptr<Stage::FatalError> fatalError_;
+    std::unique_ptr<Assumptions> assumptions_;
     Orv::Ptr<Orv::PtrInterface> manager_;
 };
 
