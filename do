@@ -90,7 +90,8 @@ need_to_build() {
     done
     # shellcheck disable=SC2086  # a list of words
     need cmake ninja-build pkg-config python3 libboost1.81-dev libcli11-dev libfmt-dev \
-        libgtest-dev libgmock-dev libbenchmark-dev $compilers
+        libyaml-dev python3-jsonschema python3-yaml libgtest-dev libgmock-dev libbenchmark-dev \
+        $compilers
 }
 
 cores() { getconf _NPROCESSORS_ONLN 2> /dev/null || echo 2; }

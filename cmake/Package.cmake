@@ -37,6 +37,10 @@ install(
 
 if(TARGET stagemgr)
     install(TARGETS stagemgr RUNTIME COMPONENT program)
+    install(
+        FILES ${PROJECT_SOURCE_DIR}/host/plan/plan.schema.json
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/stagemgr
+        COMPONENT program)
 endif()
 install(
     FILES ${PROJECT_SOURCE_DIR}/LICENSE
