@@ -23,8 +23,12 @@ struct Console {
 // What the program's exit status means.
 enum ExitStatus : int {
     exitDone = 0,
+    exitFailed = 1,     // the progression failed, or the check found errors
     exitUsage = 2,      // of the command line, and for input that cannot be taken
+    exitRefused = 3,    // the plan cannot be taken
+    exitWaiting = 6,    // what was expected did not come in time
     exitInternal = 70,  // our own fault, or the output could not be written
+    exitSignal = 128,   // and the signal's number
 };
 
 // Runs one command, without the program's name, and returns its exit status.

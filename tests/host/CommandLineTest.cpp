@@ -164,8 +164,12 @@ struct Misuse {
 TEST(CommandLine, RefusesWhatItDoesNotKnowWithStatus2) {
     const Misuse table[] = {
         {{"rplay", "x"}, "stagemgr: no verb \"rplay\"; did you mean \"replay\"?\n"},
-        {{"frobnicate"}, "stagemgr: no verb \"frobnicate\"; there are replay, help\n"},
-        {{""}, "stagemgr: no verb \"\"; there are replay, help\n"},
+        {{"frobnicate"},
+         "stagemgr: no verb \"frobnicate\"; there are check, simulate, run, explain, time, blame, "
+         "critical-chain, plot, graph, diff, replay, completion, help\n"},
+        {{""},
+         "stagemgr: no verb \"\"; there are check, simulate, run, explain, time, blame, "
+         "critical-chain, plot, graph, diff, replay, completion, help\n"},
         {{"help", "rplay"}, "stagemgr: no verb \"rplay\"; did you mean \"replay\"?\n"},
         {{"replay"}, "stagemgr: FILE is required; see stagemgr help\n"},
         {{"replay", "a", "b"},
