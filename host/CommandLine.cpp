@@ -30,6 +30,7 @@ class Program {
                 "Whether to colour what people read: auto, always or never")
             ->type_name("WHEN")
             ->check(CLI::IsMember({"auto", "always", "never"}));
+        addCheck(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);
     }

@@ -54,6 +54,7 @@ class Verbs {
 // The verb of that name. Raises UsageError, with a suggestion.
 const Verbs::Verb& wantedVerb(const Verbs& verbs, const std::string& name);
 
+void addCheck(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
