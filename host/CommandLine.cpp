@@ -31,6 +31,7 @@ class Program {
             ->type_name("WHEN")
             ->check(CLI::IsMember({"auto", "always", "never"}));
         addCheck(verbs_);
+        addSimulate(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);
     }

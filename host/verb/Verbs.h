@@ -55,6 +55,7 @@ class Verbs {
 const Verbs::Verb& wantedVerb(const Verbs& verbs, const std::string& name);
 
 void addCheck(Verbs& verbs);
+void addSimulate(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
