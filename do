@@ -8,8 +8,8 @@ usage() {
 usage: ./do VERB
 
   build [PRESET]           build everything; the program lies at build/release/stagemgr
-  run [ARGUMENTS]          build, then replay the example start-up of an appliance and show it;
-                           with arguments: stagemgr with those instead
+  run [ARGUMENTS]          build, then bring two database servers up in stages, use them, and take
+                           them down; with arguments: stagemgr with those instead
   test [--quick] [PRESET]  build and test with both compilers, with the sanitizers and optimized;
                            --quick: with g++ and the sanitizers only; PRESET: that one only
   bench [ARGUMENTS]        build, measure what progressions cost beside floors and peers, and show
@@ -121,11 +121,18 @@ do_build() {
 
 do_run() {
     need_to_build release
-    build release stagemgr
-    if [ $# -eq 0 ]; then
-        set -- replay examples/appliance.jsonl --human
+    if [ $# -gt 0 ]; then
+        build release stagemgr
+        exec build/release/stagemgr "$@"
     fi
-    exec build/release/stagemgr "$@"
+    need redis-tools # has the server too, but starts none when it is installed
+    build release stagemgr
+    root=$PWD
+    folder=$(mktemp -d)
+    trap 'rm -rf "$folder"' EXIT
+    say "stagemgr run examples/services.yaml --until complete"
+    (cd "$folder" && "$root/build/release/stagemgr" run "$root/examples/services.yaml" \
+        --until complete)
 }
 
 # The programs of all compilers and builds give the same bytes; those with g++ and clang++ and the
@@ -216,7 +223,8 @@ do_test() {
     fi
     # shellcheck disable=SC2086  # a list of words
     need_to_build $presets
-    case " $presets " in *" release "*) need valgrind ;; esac  # counts instructions
+    # What counts instructions, and what the example plans start.
+    case " $presets " in *" release "*) need valgrind redis-tools ;; esac
 
     passed=0
     failed=0

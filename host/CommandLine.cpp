@@ -32,6 +32,7 @@ class Program {
             ->check(CLI::IsMember({"auto", "always", "never"}));
         addCheck(verbs_);
         addSimulate(verbs_);
+        addRun(verbs_);
         addExplain(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);

@@ -56,6 +56,7 @@ const Verbs::Verb& wantedVerb(const Verbs& verbs, const std::string& name);
 
 void addCheck(Verbs& verbs);
 void addSimulate(Verbs& verbs);
+void addRun(Verbs& verbs);
 void addExplain(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
