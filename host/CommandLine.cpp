@@ -34,6 +34,9 @@ class Program {
         addSimulate(verbs_);
         addRun(verbs_);
         addExplain(verbs_);
+        addTime(verbs_);
+        addBlame(verbs_);
+        addCriticalChain(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);
     }

@@ -58,6 +58,9 @@ void addCheck(Verbs& verbs);
 void addSimulate(Verbs& verbs);
 void addRun(Verbs& verbs);
 void addExplain(Verbs& verbs);
+void addTime(Verbs& verbs);
+void addBlame(Verbs& verbs);
+void addCriticalChain(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
