@@ -37,6 +37,8 @@ class Program {
         addTime(verbs_);
         addBlame(verbs_);
         addCriticalChain(verbs_);
+        addPlot(verbs_);
+        addGraph(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);
     }

@@ -61,6 +61,8 @@ void addExplain(Verbs& verbs);
 void addTime(Verbs& verbs);
 void addBlame(Verbs& verbs);
 void addCriticalChain(Verbs& verbs);
+void addPlot(Verbs& verbs);
+void addGraph(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
