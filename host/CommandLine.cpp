@@ -39,6 +39,7 @@ class Program {
         addCriticalChain(verbs_);
         addPlot(verbs_);
         addGraph(verbs_);
+        addDiff(verbs_);
         addReplay(verbs_);
         addHelp(verbs_);
     }

@@ -63,6 +63,7 @@ void addBlame(Verbs& verbs);
 void addCriticalChain(Verbs& verbs);
 void addPlot(Verbs& verbs);
 void addGraph(Verbs& verbs);
+void addDiff(Verbs& verbs);
 void addReplay(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
