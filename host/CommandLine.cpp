@@ -41,6 +41,7 @@ class Program {
         addGraph(verbs_);
         addDiff(verbs_);
         addReplay(verbs_);
+        addCompletion(verbs_);
         addHelp(verbs_);
     }
 

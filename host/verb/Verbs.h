@@ -65,6 +65,7 @@ void addPlot(Verbs& verbs);
 void addGraph(Verbs& verbs);
 void addDiff(Verbs& verbs);
 void addReplay(Verbs& verbs);
+void addCompletion(Verbs& verbs);
 void addHelp(Verbs& verbs);
 
 // What several verbs do with what is named on the command line. Each raises UsageError.
