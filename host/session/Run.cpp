@@ -10,7 +10,7 @@
 #include <optional>
 #include <utility>
 
-#include "host/CommandLine.h"
+#include "host/Console.h"
 #include "host/Outcome.h"
 #include "host/Words.h"
 #include "host/plan/Duration.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/CommandLine.h"
+#include "host/Console.h"
 #include "host/Observations.h"
 #include "host/plan/Plan.h"
 

@@ -6,9 +6,9 @@
 #include <algorithm>
 
 #include "host/Utf8.h"
-#include "host/history/RunSource.h"
 #include "host/history/StageTimes.h"
 #include "host/plan/PlanReader.h"
+#include "host/session/RunSource.h"
 
 namespace Host {
 

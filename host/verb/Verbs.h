@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/CommandLine.h"
+#include "host/Console.h"
 #include "host/plan/Plan.h"
 
 namespace CLI {

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "host/history/RunSource.h"
+#include "host/session/RunSource.h"
 #include "tests/host/Plans.h"
 
 namespace Host {

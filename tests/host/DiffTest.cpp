@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "host/history/RunSource.h"
+#include "host/session/RunSource.h"
 #include "tests/host/Plans.h"
 
 namespace Host {

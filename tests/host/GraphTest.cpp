@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "host/history/GraphLayout.h"
-#include "host/history/RunSource.h"
+#include "host/session/RunSource.h"
 #include "tests/host/HostileNames.h"
 #include "tests/host/Plans.h"
 #include "tests/host/Xml.h"

@@ -4,7 +4,7 @@
 
 #include <sstream>
 
-#include "host/history/RunSource.h"
+#include "host/session/RunSource.h"
 #include "tests/host/HostileNames.h"
 #include "tests/host/Journals.h"
 #include "tests/host/Plans.h"

@@ -3,6 +3,9 @@
 #pragma once
 
 #include <istream>
+#include <limits>
+#include <string>
+#include <string_view>
 
 #include "host/history/Timeline.h"
 #include "host/plan/Plan.h"

@@ -1,4 +1,4 @@
-#include "host/history/RunSource.h"
+#include "host/session/RunSource.h"
 
 #include <fmt/format.h>
 
