@@ -50,19 +50,35 @@ class Program {
             console_.err << app_.help();
             return exitUsage;
         }
-        if (!arguments.front().starts_with('-')) wantedVerb(verbs_, arguments.front());
+        const int status = done(std::move(arguments));
+        if (!console_.out.flush()) throw std::runtime_error("the output could not be written");
+        return status;
+    }
+
+  private:
+    int done(std::vector<std::string> arguments) {
+        std::string help = "stagemgr help";
+        if (!arguments.front().starts_with('-'))
+            help += " " + wantedVerb(verbs_, arguments.front()).command->get_name();
         std::reverse(arguments.begin(), arguments.end());  // as CLI11 takes them
         try {
             app_.parse(arguments);
         } catch (const CLI::Success& e) {  // help or version was asked for, and is shown by this
             return app_.exit(e, console_.out, console_.err);
         } catch (const CLI::ParseError& e) {
-            throw UsageError(fmt::format("stagemgr: {}; see stagemgr help", printable(e.what())));
+            throw UsageError(fmt::format("stagemgr: {}; see {}", printable(e.what()), help));
         }
-        return wantedVerb(verbs_, app_.get_subcommands().front()->get_name()).run();
+        const CLI::App& command = *app_.get_subcommands().front();
+        for (const CLI::Option* const option : command.get_options())
+            if (const auto& values = option->results();
+                option->nonpositional() &&
+                std::find(values.begin(), values.end(), std::string()) != values.end())
+                throw UsageError(fmt::format(
+                    "stagemgr: {}: the value is empty; give one, or leave the option out",
+                    option->get_name()));
+        return wantedVerb(verbs_, command.get_name()).run();
     }
 
-  private:
     Console console_;
     CLI::App app_{"Brings the stages of a system up in order.", "stagemgr"};
     Verbs verbs_{app_, console_};

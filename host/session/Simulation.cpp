@@ -63,18 +63,15 @@ Simulation simulate(const Plan& plan, const Durations& durations, View& view,
     return simulated(session);
 }
 
-std::vector<Missing> eachMissing(const Plan& plan, Durations durations) {
+void simulateMissing(const Plan& plan, const Durations& durations, std::span<Missing> some) {
     const std::vector<Input> inputs = planInputs(plan);
-    std::vector<Missing> all;
-    for (const PlanClass& stageClass : plan.classes)
-        for (const PlanStage& stage : stageClass.stages)
-            for (const PlanParticipant& participant : stage.participants) {
-                Durations without = durations;
-                without.lose(participant);
-                const Simulation run = simulatedAgain(plan, inputs, without);
-                all.push_back({&stageClass, &stage, &participant, run.outcome, run.time});
-            }
-    return all;
+    for (Missing& missing : some) {
+        Durations without = durations;
+        without.lose(*missing.participant);
+        const Simulation run = simulatedAgain(plan, inputs, without);
+        missing.outcome = run.outcome;
+        missing.time = run.time;
+    }
 }
 
 bool Expectation::met(RunOutcome outcome, double time) const {

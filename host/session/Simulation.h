@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <ostream>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -37,11 +38,14 @@ struct Missing {
     const PlanClass* stageClass;
     const PlanStage* stage;
     const PlanParticipant* participant;
-    RunOutcome outcome;
-    double time;  // as that of Simulation
+    RunOutcome outcome = RunOutcome::unmanaged;
+    double time = 0.0;  // as that of Simulation
 };
-// One for each participant, in the order of the plan.
-std::vector<Missing> eachMissing(const Plan& plan, Durations durations);
+// One for each participant, in the order of the plan, in so many processes, as simulateRunsIn has
+// them. Nobody works for a milestone, so nobody can be missing there.
+std::vector<Missing> eachMissing(unsigned processes, const Plan& plan, const Durations& durations);
+// Those of them, of which the outcome and the time are yet to be filled in.
+void simulateMissing(const Plan& plan, const Durations& durations, std::span<Missing> some);
 
 // What many runs came to.
 struct Runs {

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "host/plan/Schedule.h"
 #include "host/session/Simulation.h"
 
 namespace Host {
@@ -80,6 +81,7 @@ class End {
 // A process that does some of the runs.
 class Worker {
   public:
+    // What `work` writes to the end that it is given can be read from here.
     template <class Work>
     explicit Worker(const Work& work) : results_(-1) {
         int ends[2];
@@ -96,11 +98,7 @@ class Worker {
             in.close();
             int status = EXIT_SUCCESS;
             try {
-                const Runs runs = work();
-                out.write(runs.outcomes);
-                out.write(runs.completions);
-                out.write(runs.timeouts);
-                out.write(&runs.met, sizeof runs.met);
+                work(out);
             } catch (...) {
                 status = EXIT_FAILURE;
             }
@@ -116,15 +114,13 @@ class Worker {
         if (process_ > 0) wait();
     }
 
-    Runs results() {
-        Runs runs;
-        const bool whole = results_.read(runs.outcomes) && results_.read(runs.completions) &&
-                           results_.read(runs.timeouts) &&
-                           results_.read(&runs.met, sizeof runs.met);
+    // Everything that it wrote, in that order.
+    template <class... Results>
+    void read(Results&... results) {
+        const bool whole = (results_.read(results) && ...);
         const int status = wait();
         if (!whole || status != 0)
             throw std::runtime_error("a process that simulates runs ended before it was done");
-        return runs;
     }
 
   private:
@@ -140,6 +136,21 @@ class Worker {
     End results_;
 };
 
+// Which of so many things a process does: as many as every other, or one more.
+struct Share {
+    std::uint64_t first;
+    std::uint64_t last;
+};
+std::vector<Share> shares(std::uint64_t things, unsigned processes) {
+    const std::uint64_t count = std::clamp<std::uint64_t>(things, 1, std::max(processes, 1U));
+    std::vector<Share> made;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const std::uint64_t first = things / count * i + std::min(i, things % count);
+        made.push_back({first, first + things / count + (i < things % count ? 1 : 0)});
+    }
+    return made;
+}
+
 void add(std::vector<std::uint64_t>& sums, const std::vector<std::uint64_t>& more) {
     sums.resize(std::max(sums.size(), more.size()));
     std::transform(more.begin(), more.end(), sums.begin(), sums.begin(), std::plus<>());
@@ -150,26 +161,72 @@ void add(std::vector<std::uint64_t>& sums, const std::vector<std::uint64_t>& mor
 Runs simulateRunsIn(unsigned processes, const Plan& plan, const Durations& durations,
                     std::uint64_t seed, std::uint64_t runs,
                     const std::optional<Expectation>& expected) {
-    const std::uint64_t count = std::clamp<std::uint64_t>(runs, 1, std::max(processes, 1U));
-    if (count == 1) return simulateRuns(plan, durations, seed, 0, runs, expected);
+    const std::vector<Share> all = shares(runs, processes);
+    if (all.size() == 1) return simulateRuns(plan, durations, seed, 0, runs, expected);
     std::vector<Worker> workers;
-    workers.reserve(count);
-    for (std::uint64_t i = 0; i < count; ++i) {
-        const std::uint64_t first = runs / count * i + std::min(i, runs % count);
-        const std::uint64_t last = first + runs / count + (i < runs % count ? 1 : 0);
-        workers.emplace_back(
-            [&] { return simulateRuns(plan, durations, seed, first, last, expected); });
-    }
-    Runs all;
+    workers.reserve(all.size());
+    for (const Share& share : all)
+        workers.emplace_back([&](const End& out) {
+            const Runs some =
+                simulateRuns(plan, durations, seed, share.first, share.last, expected);
+            out.write(some.outcomes);
+            out.write(some.completions);
+            out.write(some.timeouts);
+            out.write(std::vector{some.met});
+        });
+    Runs made;
     for (Worker& worker : workers) {
-        const Runs part = worker.results();
-        add(all.outcomes, part.outcomes);
-        add(all.timeouts, part.timeouts);
-        all.completions.insert(all.completions.end(), part.completions.begin(),
-                               part.completions.end());
-        all.met += part.met;
+        Runs some;
+        std::vector<std::uint64_t> met;
+        worker.read(some.outcomes, some.completions, some.timeouts, met);
+        add(made.outcomes, some.outcomes);
+        add(made.timeouts, some.timeouts);
+        made.completions.insert(made.completions.end(), some.completions.begin(),
+                                some.completions.end());
+        made.met += met.at(0);
     }
-    return all;
+    return made;
+}
+
+std::vector<Missing> eachMissing(unsigned processes, const Plan& plan, const Durations& durations) {
+    std::vector<Missing> made;
+    for (const PlanClass& stageClass : plan.classes)
+        for (const PlanStage& stage : stageClass.stages)
+            for (const PlanParticipant& participant : stage.participants)
+                if (!takesNoTime(participant)) made.push_back({&stageClass, &stage, &participant});
+
+    const std::vector<Share> all = shares(made.size(), processes);
+    const auto own = [&](const Share& share) {
+        return std::span(made).subspan(share.first, share.last - share.first);
+    };
+    if (all.size() == 1) {
+        simulateMissing(plan, durations, made);
+        return made;
+    }
+    std::vector<Worker> workers;
+    workers.reserve(all.size());
+    for (const Share& share : all)
+        workers.emplace_back([&](const End& out) {
+            simulateMissing(plan, durations, own(share));
+            std::vector<std::uint64_t> outcomes;
+            std::vector<double> times;
+            for (const Missing& missing : own(share)) {
+                outcomes.push_back(static_cast<std::uint64_t>(missing.outcome));
+                times.push_back(missing.time);
+            }
+            out.write(outcomes);
+            out.write(times);
+        });
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        std::vector<std::uint64_t> outcomes;
+        std::vector<double> times;
+        workers[i].read(outcomes, times);
+        for (std::size_t k = 0; Missing & missing : own(all[i])) {
+            missing.outcome = static_cast<RunOutcome>(outcomes.at(k));
+            missing.time = times.at(k++);
+        }
+    }
+    return made;
 }
 
 }  // namespace Host

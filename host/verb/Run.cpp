@@ -80,7 +80,6 @@ int run(const RunArguments& arguments, const Console& console) {
     else
         view = std::make_unique<HumanView>(console.out, style);
     const int status = runPlan(plan, options, *view, console.err);
-    if (!console.out.flush()) throw std::runtime_error("the output could not be written");
     return status;
 }
 
@@ -96,8 +95,8 @@ void addRun(Verbs& verbs) {
         .add_option("--instance", arguments->instances,
                     "Run this instance only; may be given several times")
         ->type_name("NAME")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false)
+        ->take_all();
     command
         .add_option("--until", arguments->until,
                     "complete: stop as soon as everything is up; end: run as long as what was "

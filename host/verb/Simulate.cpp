@@ -2,7 +2,9 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -28,12 +30,12 @@ struct SimulateArguments {
     std::string plan;
     std::vector<std::string> settings;
     bool eachMissing = false;
-    std::uint64_t runs = 0;  // 0: not given
-    std::optional<std::uint64_t> seed;
+    std::optional<std::string> runs;
+    std::optional<std::string> seed;
     std::vector<std::string> expected;
     std::string within;
-    double atLeast = 100.0;  // per cent
-    unsigned jobs = 0;       // 0: as many as there are processors
+    std::optional<std::string> atLeast;
+    std::optional<std::string> jobs;
     std::string record;
     bool json = false;
 };
@@ -44,6 +46,19 @@ std::string share(std::uint64_t part, std::uint64_t all) {
 
 double probability(std::uint64_t part, std::uint64_t all) {
     return static_cast<double>(part) / static_cast<double>(all);
+}
+
+// What --at-least says, per cent.
+double leastShare(const SimulateArguments& arguments) {
+    if (!arguments.atLeast) return 100.0;
+    const std::string& text = *arguments.atLeast;
+    double percent = 0.0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, percent);
+    if (error != std::errc() || stop != end || !(percent >= 0.0 && percent <= 100.0))
+        throw UsageError(fmt::format(
+            "stagemgr: --at-least {}: write how many in a hundred, from 0 to 100", inQuotes(text)));
+    return percent;
 }
 
 std::optional<Expectation> expectation(const SimulateArguments& arguments) {
@@ -135,9 +150,17 @@ class Simulate {
     Simulate(const SimulateArguments& arguments, const Console& console)
         : arguments_(arguments),
           console_(console),
+          runs_(arguments.runs ? numberOption("--runs", *arguments.runs, 1, 100'000'000) : 0),
+          jobs_(arguments.jobs
+                    ? static_cast<unsigned>(numberOption("--jobs", *arguments.jobs, 1, 1024))
+                    : std::max(1U, std::thread::hardware_concurrency())),
+          atLeast_(leastShare(arguments)),
           expected_(expectation(arguments)),
           plan_(planFile(arguments.plan, console)),
           durations_(plan_) {
+        if (arguments.seed)
+            seed_ = numberOption("--seed", *arguments.seed, 0,
+                                 std::numeric_limits<std::uint64_t>::max());
         applySettings(arguments.settings, plan_, durations_);
         if (const std::size_t assumed = durations_.assumed(); assumed != 0 && !arguments.json)
             console.err << fmt::format(
@@ -153,7 +176,7 @@ class Simulate {
     }
 
     int single() {
-        if (arguments_.seed) durations_.draw(*arguments_.seed, 0);
+        if (seed_) durations_.draw(*seed_, 0);
         std::optional<OutFile> record;
         if (!arguments_.record.empty()) record.emplace(arguments_.record, console_);
         View nobody;
@@ -169,7 +192,7 @@ class Simulate {
             for (const InstanceOutcome& instance : run.instances)
                 instances.push_back(jsonOf(instance));
             json_.emplace_back("kind", "single");
-            if (arguments_.seed) json_.emplace_back("seed", std::to_string(*arguments_.seed));
+            if (seed_) json_.emplace_back("seed", std::to_string(*seed_));
             add(run.outcome, run.time);
             if (!run.rebootReason.empty()) json_.emplace_back("rebootReason", run.rebootReason);
             json_.emplace_back("instances", std::move(instances));
@@ -183,9 +206,10 @@ class Simulate {
 
     int each() {
         View nobody;
-        if (arguments_.seed) durations_.draw(*arguments_.seed, 0);
+        if (seed_) durations_.draw(*seed_, 0);
         const Simulation whole = simulate(plan_, durations_, nobody);
-        std::vector<Missing> all = eachMissing(plan_, durations_);
+        console_.out.flush();
+        std::vector<Missing> all = eachMissing(jobs_, plan_, durations_);
         const auto met = [&](const Missing& one) { return expected_->met(one.outcome, one.time); };
         const auto good =
             static_cast<std::uint64_t>(expected_ ? std::count_if(all.begin(), all.end(), met)
@@ -204,27 +228,30 @@ class Simulate {
     }
 
     int many() {
-        const std::uint64_t seed = arguments_.seed.value_or(1);
-        const unsigned jobs = arguments_.jobs != 0
-                                  ? arguments_.jobs
-                                  : std::max(1U, std::thread::hardware_concurrency());
+        const std::uint64_t seed = seed_.value_or(1);
         console_.out.flush();
-        Runs runs = simulateRunsIn(jobs, plan_, durations_, seed, arguments_.runs, expected_);
+        Runs runs = simulateRunsIn(jobs_, plan_, durations_, seed, runs_, expected_);
         std::sort(runs.completions.begin(), runs.completions.end());
         if (arguments_.json)
             writeMany(runs, seed);
         else
             showMany(runs, seed);
-        if (!expected_)
-            return enough(runs.completions.size(), arguments_.runs) ? exitDone : exitFailed;
-        return judged(enough(runs.met, arguments_.runs),
-                      fmt::format("{} of {} runs ({}) ended so", runs.met, arguments_.runs,
-                                  share(runs.met, arguments_.runs)));
+        if (!expected_) {
+            const bool met = enough(runs.completions.size(), runs_);
+            if (!met && arguments_.atLeast)
+                console_.err << fmt::format(
+                    "stagemgr: {}: {} of {} runs ({}) completed; at least {} % have to\n",
+                    printable(plan_.file), runs.completions.size(), runs_,
+                    share(runs.completions.size(), runs_), atLeast_);
+            return met ? exitDone : exitFailed;
+        }
+        return judged(enough(runs.met, runs_), fmt::format("{} of {} runs ({}) ended so", runs.met,
+                                                           runs_, share(runs.met, runs_)));
     }
 
   private:
     bool enough(std::uint64_t good, std::uint64_t all) const {
-        return static_cast<double>(good) * 100.0 >= arguments_.atLeast * static_cast<double>(all);
+        return static_cast<double>(good) * 100.0 >= atLeast_ * static_cast<double>(all);
     }
 
     static std::string told(const Simulation& run) {
@@ -236,8 +263,8 @@ class Simulate {
 
     int judged(bool met, const std::string& came) const {
         std::string wanted = text(*expected_);
-        if (arguments_.atLeast < 100.0 && (arguments_.runs != 0 || arguments_.eachMissing))
-            wanted += fmt::format(" in at least {} % of the runs", arguments_.atLeast);
+        if (atLeast_ < 100.0 && (runs_ != 0 || arguments_.eachMissing))
+            wanted += fmt::format(" in at least {} % of the runs", atLeast_);
         if (!met)
             console_.err << fmt::format("stagemgr: {}: expected {}; {}\n", printable(plan_.file),
                                         wanted, came);
@@ -272,17 +299,16 @@ class Simulate {
     }
 
     void showMany(const Runs& runs, std::uint64_t seed) const {
-        console_.out << fmt::format("{} run{}, seed {}\n\n", arguments_.runs,
-                                    arguments_.runs == 1 ? "" : "s", seed);
+        console_.out << fmt::format("{} run{}, seed {}\n\n", runs_, runs_ == 1 ? "" : "s", seed);
         Table ends({{"OUTCOME"}, {"SHARE"}, {"RUNS"}});
         for (const RunOutcome outcome : allRunOutcomes())
             if (const std::uint64_t count = runs.outcomes[static_cast<std::size_t>(outcome)])
-                ends.row({std::string(outcomeWord(outcome)), share(count, arguments_.runs),
+                ends.row({std::string(outcomeWord(outcome)), share(count, runs_),
                           std::to_string(count)});
         console_.out << ends.text(false);
         if (!runs.completions.empty()) {
             Table times({{"COMPLETE"},
-                         {runs.completions.size() == arguments_.runs
+                         {runs.completions.size() == runs_
                               ? "WITHIN"
                               : fmt::format("WITHIN (of the {} runs that completed)",
                                             runs.completions.size())}});
@@ -292,12 +318,12 @@ class Simulate {
             console_.out << '\n' << times.text(false);
         }
         Table timeouts({{"TIMED OUT"}, {"SHARE"}, {"RUNS"}});
-        forEachTimeout(runs, [&](const PlanClass& stageClass, const PlanStage& stage,
-                                 std::uint64_t count) {
-            const std::string name =
-                plan_.classes.size() > 1 ? stageClass.name + "/" + stage.name : stage.name;
-            timeouts.row({printable(name), share(count, arguments_.runs), std::to_string(count)});
-        });
+        forEachTimeout(
+            runs, [&](const PlanClass& stageClass, const PlanStage& stage, std::uint64_t count) {
+                const std::string name =
+                    plan_.classes.size() > 1 ? stageClass.name + "/" + stage.name : stage.name;
+                timeouts.row({printable(name), share(count, runs_), std::to_string(count)});
+            });
         if (!timeouts.empty()) console_.out << '\n' << timeouts.text(false);
     }
 
@@ -318,7 +344,7 @@ class Simulate {
 
     void writeEach(const Simulation& whole, const std::vector<Missing>& all, std::uint64_t good) {
         json_.emplace_back("kind", "eachMissing");
-        if (arguments_.seed) json_.emplace_back("seed", std::to_string(*arguments_.seed));
+        if (seed_) json_.emplace_back("seed", std::to_string(*seed_));
         add(whole.outcome, whole.time);
         Json::Array missing;
         for (const Missing& one : all) {
@@ -338,14 +364,13 @@ class Simulate {
     void writeMany(const Runs& runs, std::uint64_t seed) {
         json_.emplace_back("kind", "runs");
         json_.emplace_back("seed", std::to_string(seed));
-        json_.emplace_back("runs", static_cast<double>(arguments_.runs));
+        json_.emplace_back("runs", static_cast<double>(runs_));
         Json::Array outcomes;
         for (const RunOutcome outcome : allRunOutcomes())
             if (const std::uint64_t count = runs.outcomes[static_cast<std::size_t>(outcome)])
-                outcomes.emplace_back(
-                    Json::Object{{"outcome", std::string(outcomeWord(outcome))},
-                                 {"runs", static_cast<double>(count)},
-                                 {"probability", probability(count, arguments_.runs)}});
+                outcomes.emplace_back(Json::Object{{"outcome", std::string(outcomeWord(outcome))},
+                                                   {"runs", static_cast<double>(count)},
+                                                   {"probability", probability(count, runs_)}});
         json_.emplace_back("outcomes", std::move(outcomes));
         Json::Object completion{{"runs", static_cast<double>(runs.completions.size())}};
         if (!runs.completions.empty()) {
@@ -358,15 +383,14 @@ class Simulate {
         Json::Array timeouts;
         forEachTimeout(
             runs, [&](const PlanClass& stageClass, const PlanStage& stage, std::uint64_t count) {
-                timeouts.emplace_back(
-                    Json::Object{{"stageClass", stageClass.name},
-                                 {"stage", stage.name},
-                                 {"runs", static_cast<double>(count)},
-                                 {"probability", probability(count, arguments_.runs)}});
+                timeouts.emplace_back(Json::Object{{"stageClass", stageClass.name},
+                                                   {"stage", stage.name},
+                                                   {"runs", static_cast<double>(count)},
+                                                   {"probability", probability(count, runs_)}});
             });
         json_.emplace_back("timeouts", std::move(timeouts));
         if (expected_) json_.emplace_back("asExpected", static_cast<double>(runs.met));
-        write(enough(runs.met, arguments_.runs));
+        write(enough(runs.met, runs_));
     }
 
     void write(bool met) {
@@ -378,6 +402,10 @@ class Simulate {
 
     const SimulateArguments& arguments_;
     const Console& console_;
+    std::uint64_t runs_;  // 0: a single one, or one for each loss
+    unsigned jobs_;
+    double atLeast_;  // per cent
+    std::optional<std::uint64_t> seed_{};
     std::optional<Expectation> expected_;
     Plan plan_;
     Durations durations_;
@@ -385,21 +413,25 @@ class Simulate {
 };
 
 int runSimulate(const SimulateArguments& arguments, const Console& console) {
-    if (arguments.eachMissing && arguments.runs != 0)
+    if (arguments.eachMissing && arguments.runs)
         throw UsageError(
             "stagemgr: --each-agent-missing has runs of its own; leave out --runs, or the other");
-    if (!arguments.record.empty() && (arguments.eachMissing || arguments.runs != 0))
+    if (!arguments.record.empty() && (arguments.eachMissing || arguments.runs))
         throw UsageError("stagemgr: --record writes the journal of a single run; leave out " +
-                         std::string(arguments.runs != 0 ? "--runs" : "--each-agent-missing"));
+                         std::string(arguments.runs ? "--runs" : "--each-agent-missing"));
     if (arguments.record == "-")
         throw UsageError(
             "stagemgr: --record needs the name of a file; standard output has what "
             "the simulation shows");
+    const bool several = arguments.eachMissing || arguments.runs;
+    if (!several && (arguments.atLeast || arguments.jobs))
+        throw UsageError(fmt::format(
+            "stagemgr: {} is for several runs; add --runs or --each-agent-missing, or leave it out",
+            arguments.atLeast ? "--at-least" : "--jobs"));
     Simulate simulation(arguments, console);
     const int status = arguments.eachMissing ? simulation.each()
-                       : arguments.runs != 0 ? simulation.many()
+                       : arguments.runs      ? simulation.many()
                                              : simulation.single();
-    if (!console.out.flush()) throw std::runtime_error("the output could not be written");
     return status;
 }
 
@@ -413,16 +445,15 @@ void addSimulate(Verbs& verbs) {
     command.add_option("PLAN", arguments->plan, "The plan; - is standard input")->required();
     command.add_option("--set", arguments->settings, settingHelp)
         ->type_name("AGENT:STAGE=DURATION|never")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false)
+        ->take_all();
     command.add_flag("--each-agent-missing", arguments->eachMissing,
                      "One run for each participant that never reports: which losses end in a "
                      "reboot, which only delay?");
     command
         .add_option("--runs", arguments->runs,
                     "So many runs with durations that are drawn, and what came of them")
-        ->type_name("N")
-        ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{100'000'000}));
+        ->type_name("N");
     command
         .add_option("--seed", arguments->seed,
                     "What is drawn depends on it; without --runs, durations are drawn once")
@@ -434,8 +465,8 @@ void addSimulate(Verbs& verbs) {
             "several with commas between")
         ->type_name("OUTCOME")
         ->delimiter(',')
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false)
+        ->take_all();
     command
         .add_option("--within", arguments->within,
                     "It has to end so that soon after the run's begin; --expect complete, if "
@@ -445,14 +476,12 @@ void addSimulate(Verbs& verbs) {
         .add_option("--at-least", arguments->atLeast,
                     "With --runs or --each-agent-missing: how many in a hundred have to, 100 at "
                     "first")
-        ->type_name("PERCENT")
-        ->check(CLI::Range(0.0, 100.0));
+        ->type_name("PERCENT");
     command
         .add_option("--jobs", arguments->jobs,
-                    "Spread --runs over so many processes; as many as there are processors at "
+                    "Spread the runs over so many processes; as many as there are processors at "
                     "first. The result is the same")
-        ->type_name("N")
-        ->check(CLI::Range(1, 1024));
+        ->type_name("N");
     command
         .add_option("--record", arguments->record, "Write the journal of the run there, for replay")
         ->type_name("FILE");

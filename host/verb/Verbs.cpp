@@ -5,6 +5,7 @@
 #include <CLI/App.hpp>
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -80,6 +81,17 @@ double durationOption(const char* option, const std::string& text) {
     } catch (const DurationError& e) {
         throw UsageError(fmt::format("stagemgr: {}: {}", option, e.what()));
     }
+}
+
+std::uint64_t numberOption(const char* option, const std::string& text, std::uint64_t least,
+                           std::uint64_t most) {
+    std::uint64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end || number < least || number > most)
+        throw UsageError(fmt::format("stagemgr: {} {}: write a whole number from {} to {}", option,
+                                     inQuotes(text), least, most));
+    return number;
 }
 
 std::string wholeFile(const std::string& name, const Console& console) {

@@ -2,6 +2,7 @@
 // it does.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -95,8 +96,13 @@ class OutFile {
     std::ostream* stream_;
 };
 
-// The duration that `text`, the value of that option, says: "--within".
+// What `text`, the value of that option, says: "--within". Whole numbers are written in decimal.
 double durationOption(const char* option, const std::string& text);
+std::uint64_t numberOption(const char* option, const std::string& text, std::uint64_t least,
+                           std::uint64_t most);
+
+// How people read the name of a file that is read: "<stdin>" for "-".
+inline std::string inputName(const std::string& name) { return name == "-" ? "<stdin>" : name; }
 
 // All that a file holds.
 std::string wholeFile(const std::string& name, const Console& console);

@@ -171,15 +171,20 @@ TEST(CommandLine, RefusesWhatItDoesNotKnowWithStatus2) {
          "stagemgr: no verb \"\"; there are check, simulate, run, explain, time, blame, "
          "critical-chain, plot, graph, diff, replay, completion, help\n"},
         {{"help", "rplay"}, "stagemgr: no verb \"rplay\"; did you mean \"replay\"?\n"},
-        {{"replay"}, "stagemgr: FILE is required; see stagemgr help\n"},
+        {{"replay"}, "stagemgr: FILE is required; see stagemgr help replay\n"},
         {{"replay", "a", "b"},
-         "stagemgr: The following argument was not expected: b; see stagemgr help\n"},
+         "stagemgr: The following argument was not expected: b; see stagemgr help replay\n"},
         {{"replay", "-", "--trace", "10"},
-         "stagemgr: --trace: Value 10 not in range 0 to 9; see stagemgr help\n"},
+         "stagemgr: --trace: Value 10 not in range 0 to 9; see stagemgr help replay\n"},
         {{"replay", "-", "--trace", "x"},
-         "stagemgr: --trace: Value x not in range 0 to 9; see stagemgr help\n"},
+         "stagemgr: --trace: Value x not in range 0 to 9; see stagemgr help replay\n"},
         {{"replay", "-", "--frobnicate"},
-         "stagemgr: The following argument was not expected: --frobnicate; see stagemgr help\n"},
+         "stagemgr: The following argument was not expected: --frobnicate; see stagemgr help "
+         "replay\n"},
+        {{"replay", "-", "--out", ""},
+         "stagemgr: --out: the value is empty; give one, or leave the option out\n"},
+        {{"simulate", "-", "--within", ""},
+         "stagemgr: --within: the value is empty; give one, or leave the option out\n"},
         {{"--frobnicate"}, "stagemgr: A subcommand is required; see stagemgr help\n"},
     };
     for (const Misuse& misuse : table) {
@@ -187,6 +192,20 @@ TEST(CommandLine, RefusesWhatItDoesNotKnowWithStatus2) {
         EXPECT_EQ(ran.status, 2) << misuse.err;
         EXPECT_EQ(ran.out, "");
         EXPECT_EQ(ran.err, misuse.err);
+    }
+}
+
+TEST(CommandLine, WhatCannotBeWrittenIsNotDone) {
+    const std::vector<std::string> table[] = {
+        {"help"}, {"help", "check"}, {"--help"}, {"--version"}, {"completion", "bash"}};
+    for (const std::vector<std::string>& arguments : table) {
+        std::istringstream in;
+        std::ostringstream out;
+        std::ostringstream err;
+        out.setstate(std::ios::badbit);
+
+        EXPECT_EQ(commandLine(arguments, Console{in, out, err}), 70) << arguments.front();
+        EXPECT_EQ(err.str(), "stagemgr: the output could not be written\n");
     }
 }
 

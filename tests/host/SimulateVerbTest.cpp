@@ -104,6 +104,55 @@ TEST(SimulateVerb, RefusesSettingsThatItCannotApply) {
     EXPECT_THAT(refused("shelf:\x1b[31mdisks=1s"), Not(HasSubstr("\x1b")));
 }
 
+TEST(SimulateVerb, ASettingEndsWithItsArgument) {
+    std::istringstream in(boot);
+    std::ostringstream out;
+    std::ostringstream err;
+
+    const int status = commandLine({"simulate", "--set", "shelf:disks=1s", "-", "--within", "3s"},
+                                   Console{in, out, err});
+
+    EXPECT_EQ(err.str(), "");
+    EXPECT_EQ(status, exitDone);
+}
+
+TEST(SimulateVerb, RefusesNumbersThatAreNone) {
+    const std::pair<std::vector<std::string>, const char*> table[] = {
+        {{"--seed", "-1"}, "--seed \"-1\": write a whole number from 0 to 18446744073709551615\n"},
+        {{"--seed", "18446744073709551616"},
+         "--seed \"18446744073709551616\": write a whole number from 0 to "
+         "18446744073709551615\n"},
+        {{"--runs", "0"}, "--runs \"0\": write a whole number from 1 to 100000000\n"},
+        {{"--runs", "1e3"}, "--runs \"1e3\": write a whole number from 1 to 100000000\n"},
+        {{"--runs", "2", "--jobs", "1025"},
+         "--jobs \"1025\": write a whole number from 1 to 1024\n"},
+        {{"--runs", "2", "--at-least", "nan"},
+         "--at-least \"nan\": write how many in a hundred, from 0 to 100\n"},
+        {{"--runs", "2", "--at-least", "101"},
+         "--at-least \"101\": write how many in a hundred, from 0 to 100\n"},
+        {{"--jobs", "2"},
+         "--jobs is for several runs; add --runs or --each-agent-missing, or leave it out\n"},
+        {{"--at-least", "50"},
+         "--at-least is for several runs; add --runs or --each-agent-missing, or leave it out\n"},
+    };
+    for (const auto& [arguments, message] : table) {
+        const Ran ran = simulate(arguments, boot);
+        EXPECT_EQ(ran.status, exitUsage);
+        EXPECT_EQ(ran.err, std::string("stagemgr: ") + message);
+        EXPECT_EQ(ran.out, "");
+    }
+    EXPECT_EQ(simulate({"--seed", "010", "--runs", "1"}, boot).out,
+              simulate({"--seed", "10", "--runs", "1"}, boot).out);
+}
+
+TEST(SimulateVerb, WithoutAnExpectationSoManyRunsHaveToComplete) {
+    const Ran ran = simulate({"--set", "psu:power=never", "--runs", "2", "--at-least", "50"}, boot);
+
+    EXPECT_EQ(ran.status, exitFailed);
+    EXPECT_EQ(ran.err,
+              "stagemgr: <stdin>: 0 of 2 runs (0.00 %) completed; at least 50 % have to\n");
+}
+
 TEST(SimulateVerb, ExpectsAnOutcomeInTime) {
     const Ran met = simulate({"--expect", "complete", "--within", "5s"}, boot);
     EXPECT_EQ(met.status, exitDone);

@@ -240,7 +240,7 @@ TEST(Simulation, FindsWhatEachLossLeadsTo) {
     plan.classes[0].stages[0].participants[1].limit = 10;
     plan.classes[0].stages[2].participants[0].limit = 7;
 
-    const std::vector<Missing> all = eachMissing(plan, Durations(plan));
+    const std::vector<Missing> all = eachMissing(1, plan, Durations(plan));
 
     ASSERT_EQ(all.size(), 4U);
     EXPECT_EQ(all[0].participant->name, "psu");
@@ -251,6 +251,31 @@ TEST(Simulation, FindsWhatEachLossLeadsTo) {
     EXPECT_EQ(all[3].participant->name, "nginx");
     EXPECT_EQ(all[3].outcome, RunOutcome::continued);
     EXPECT_EQ(all[3].time, 9.0);
+}
+
+TEST(Simulation, LosesNobodyAtAMilestone) {
+    const Plan plan = planOf({stageClass("boot", {stage("power", {}, {takes("psu", 2)}),
+                                                  stage("up", {"power"}, {takes("up", 0)})})});
+
+    const std::vector<Missing> all = eachMissing(1, plan, Durations(plan));
+
+    ASSERT_EQ(all.size(), 1U);
+    EXPECT_EQ(all[0].participant->name, "psu");
+}
+
+TEST(Simulation, LossesSpreadOverProcessesAreTheSame) {
+    const Plan plan = threeStages();
+    const std::vector<Missing> alone = eachMissing(1, plan, Durations(plan));
+    for (const unsigned processes : {2U, 3U, 64U}) {
+        const std::vector<Missing> all = eachMissing(processes, plan, Durations(plan));
+
+        ASSERT_EQ(all.size(), alone.size());
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            EXPECT_EQ(all[i].participant, alone[i].participant);
+            EXPECT_EQ(all[i].outcome, alone[i].outcome);
+            EXPECT_EQ(all[i].time, alone[i].time);
+        }
+    }
 }
 
 Plan distributedPlan() {
