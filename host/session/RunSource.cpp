@@ -10,7 +10,7 @@
 #include "host/Utf8.h"
 #include "host/plan/PlanReader.h"
 #include "host/session/Session.h"
-#include "host/session/Simulated.h"
+#include "host/session/Simulation.h"
 
 namespace Host {
 
@@ -19,7 +19,7 @@ RunHistory planRun(const Plan& plan) {
     const Durations durations(plan);
     Simulated performer(durations);
     Session session(plan, performer, timeline);
-    session.advance(Session::never);
+    advanceUnlessReboot(session, Session::never);
     session.finish();
     return timeline.history(session.tree());
 }
@@ -48,9 +48,8 @@ RunHistory journalRun(std::istream& journal, double until) {
 }
 
 RunText runText(std::string_view text) {
-    const bool plan = text.find("version") != std::string_view::npos ||
-                      text.find("stages") != std::string_view::npos;
-    const RunText other = plan ? RunText::plan : RunText::neither;
+    const auto has = [text](const char* word) { return text.find(word) != std::string_view::npos; };
+    const RunText other = has("version") || has("stages") ? RunText::plan : RunText::neither;
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
         std::string_view line = text.substr(0, end);
@@ -60,8 +59,10 @@ RunText runText(std::string_view text) {
         try {
             return parseJson(line).member("op") != nullptr ? RunText::journal : other;
         } catch (const JsonError&) {
-            // A line that was meant to be an input gets the journal's error.
-            return line[first] == '{' && line.find("\"op\"") != std::string_view::npos
+            // A line that was meant to be an input gets the journal's error, unless it is the first
+            // of a plan in JSON, in which something is called "op".
+            return line[first] == '{' && line.find("\"op\"") != std::string_view::npos &&
+                           !has("\"version\"") && !has("\"stages\"")
                        ? RunText::journal
                        : other;
         }

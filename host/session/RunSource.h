@@ -12,7 +12,8 @@
 
 namespace Host {
 
-// How the plan goes when every participant takes its typical time, and none is lost.
+// How the plan goes when every participant takes its typical time, and none is lost: until nothing
+// is left to happen, or a reboot is requested.
 RunHistory planRun(const Plan& plan);
 
 // What the journal makes until that time, in seconds; infinity: to its end. Raises JournalError.

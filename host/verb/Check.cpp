@@ -52,7 +52,7 @@ struct Result {
 std::unique_ptr<Result> checkedFile(const std::string& name, const Console& console, bool all) {
     auto result = std::make_unique<Result>();
     std::vector<Diagnostic> found;
-    result->plan = readPlan(name == "-" ? "<stdin>" : name, wholeFile(name, console), found);
+    result->plan = readPlan(inputName(name), wholeFile(name, console), found);
     result->refused = Host::count(found, Severity::error) > 0;
     // What could not be read would seem to be missing.
     if (!result->refused) result->checked = check(result->plan);

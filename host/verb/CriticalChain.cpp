@@ -24,10 +24,11 @@ struct ChainCommand {
     for (const InstanceHistory& instance : run.instances)
         for (const StageHistory& stage : instance.stages) names.push_back(stage.name);
     if (command.stage.empty() || names.empty())
-        throw UsageError(fmt::format("{}: there are no stages", printable(command.run.file)));
+        throw UsageError(fmt::format("stagemgr: there are no stages in {}",
+                                     printable(inputName(command.run.file))));
     const std::string nearest = suggestion(command.stage, names);
-    throw UsageError(fmt::format("{}: no stage {}{}", printable(command.run.file),
-                                 inQuotes(command.stage),
+    throw UsageError(fmt::format("stagemgr: no stage {} in {}{}", inQuotes(command.stage),
+                                 printable(inputName(command.run.file)),
                                  nearest.empty() ? "; stagemgr blame lists all stages" : nearest));
 }
 

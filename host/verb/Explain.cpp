@@ -36,7 +36,7 @@ RunHistory history(const ExplainArguments& arguments, const Console& console) {
     double at = Session::never;
     if (!arguments.at.empty()) at = durationOption("--at", arguments.at);
     std::string text = wholeFile(arguments.file, console);
-    const std::string name = arguments.file == "-" ? "<stdin>" : arguments.file;
+    const std::string name = inputName(arguments.file);
     if (runText(text) == RunText::journal) {
         if (!arguments.settings.empty())
             throw UsageError(fmt::format(
@@ -60,18 +60,18 @@ RunHistory history(const ExplainArguments& arguments, const Console& console) {
     return timeline.history(session.tree());
 }
 
-// Raises UsageError for a name that none of them has.
+// Raises UsageError for a name that none of them has; `those` says which of all these are.
 void refuseUnknown(const char* what, const std::string& wanted,
-                   const std::vector<std::string>& names, const std::string& file) {
+                   const std::vector<std::string>& names, const std::string& those,
+                   const std::string& file) {
     if (wanted.empty() || std::find(names.begin(), names.end(), wanted) != names.end()) return;
     const std::string nearest = suggestion(wanted, {names.begin(), names.end()});
-    throw UsageError(
-        fmt::format("stagemgr: no {} {} in {}{}", what, inQuotes(wanted),
-                    file == "-" ? "<stdin>" : printable(file),
-                    !nearest.empty() || names.empty()
-                        ? nearest
-                        : fmt::format("; there {} {}", names.size() == 1 ? "is" : "are",
-                                      firstOf(names, 8, inQuotes))));
+    throw UsageError(fmt::format(
+        "stagemgr: no {} {}{} in {}{}", what, inQuotes(wanted), those, printable(inputName(file)),
+        !nearest.empty() || names.empty()
+            ? nearest
+            : fmt::format("; there {} {}", names.size() == 1 ? "is" : "are",
+                          firstOf(names, 8, inQuotes))));
 }
 
 std::vector<Explanation> explanations(const RunHistory& run, const ExplainArguments& arguments) {
@@ -91,17 +91,19 @@ std::vector<Explanation> explanations(const RunHistory& run, const ExplainArgume
         if (!arguments.stage.empty())
             for (const StageHistory& stage : instance.stages) note(stages, stage.name);
     }
-    refuseUnknown("class", arguments.stageClass, classes, arguments.file);
-    refuseUnknown("instance", arguments.instance, instances, arguments.file);
+    // What a plan has, and what of it has begun, are two things.
+    const std::string by = " has begun by " + timeText(run.end);
+    refuseUnknown("class", arguments.stageClass, classes, by, arguments.file);
+    refuseUnknown("instance", arguments.instance, instances, by, arguments.file);
     if (wanted.empty())
         throw UsageError(
             fmt::format("stagemgr: no instance has begun in {} by then; try a later time with --at",
-                        printable(arguments.file)));
+                        printable(inputName(arguments.file))));
     // An instance without a manager has no stages to be named.
     const bool managed = std::any_of(wanted.begin(), wanted.end(), [](const auto* instance) {
         return instance->state != InstanceOutcome::State::unmanaged;
     });
-    if (managed) refuseUnknown("stage", arguments.stage, stages, arguments.file);
+    if (managed) refuseUnknown("stage", arguments.stage, stages, "", arguments.file);
 
     std::vector<Explanation> all;
     for (const InstanceHistory* const instance : wanted) {
@@ -182,7 +184,6 @@ int runExplain(const ExplainArguments& arguments, const Console& console) {
         write(run, all, console.out);
     else
         show(run, all, console);
-    if (!console.out.flush()) throw std::runtime_error("the output could not be written");
     return exitDone;
 }
 
@@ -207,8 +208,8 @@ void addExplain(Verbs& verbs) {
     command.add_option("--instance", arguments->instance, "In that instance")->type_name("NAME");
     command.add_option("--set", arguments->settings, settingHelp)
         ->type_name("AGENT:STAGE=DURATION|never")
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false)
+        ->take_all();
     command.add_flag("--json", arguments->json, "Write JSON: stagemgr.explain/1");
 }
 

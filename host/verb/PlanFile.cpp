@@ -11,7 +11,7 @@
 namespace Host {
 
 Plan planFile(const std::string& name, const Console& console) {
-    return wantedPlan(name == "-" ? "<stdin>" : name, wholeFile(name, console), console.colour);
+    return wantedPlan(inputName(name), wholeFile(name, console), console.colour);
 }
 
 Plan withInstances(Plan plan, const std::vector<std::string>& instances) {

@@ -38,7 +38,7 @@ void RunFile::addTo(CLI::App& command) {
 RunHistory runHistory(const std::string& file, const Console& console) {
     std::string text = wholeFile(file, console);
     try {
-        return runOf(file == "-" ? "<stdin>" : file, std::move(text), console.colour);
+        return runOf(inputName(file), std::move(text), console.colour);
     } catch (const PlanRefused&) {
         throw;
     } catch (const std::runtime_error& e) {
@@ -56,10 +56,12 @@ RunHistory selected(RunHistory run, const std::string& wanted, const std::string
             all[i].stageClass == wanted || all[i].instance == wanted)
             run.instances.push_back(all[i]);
     if (run.instances.empty())
-        throw UsageError(all.empty()
-                             ? fmt::format("{}: no instance was enabled", printable(file))
-                             : fmt::format("{}: no instance {}; there are {}", printable(file),
-                                           inQuotes(wanted), fmt::join(labels, ", ")));
+        throw UsageError(
+            all.empty()
+                ? fmt::format("stagemgr: no instance was enabled in {}", printable(inputName(file)))
+                : fmt::format("stagemgr: no instance {} has begun in {}; there {} {}",
+                              inQuotes(wanted), printable(inputName(file)),
+                              labels.size() == 1 ? "is" : "are", fmt::join(labels, ", ")));
     return run;
 }
 

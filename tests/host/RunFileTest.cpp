@@ -60,6 +60,26 @@ TEST(RunFile, SaysWhatIsNeitherAPlanNorAJournal) {
               "\"stages\", a journal has one JSON object with \"op\" per line\n");
 }
 
+TEST(RunFile, APlanInJsonMayCallSomethingOp) {
+    const Ran ran = stagemgr({"time", "-"},
+                             "{\"version\": 1, \"stages\": {\"op\": {\"takes\": \"1s\"},\n"
+                             " \"b\": null}}\n");
+
+    EXPECT_EQ(ran.err, "");
+    EXPECT_EQ(ran.status, exitDone);
+}
+
+// A plan and its own record are the same run.
+TEST(RunFile, APlanGoesAsFarAsASimulation) {
+    const std::string plan =
+        "version: 1\nclass: k\ninstances: {x: , y: {start: 1min}}\n"
+        "stages: {a: {critical: true, takes: never, limit: 10s}}\n";
+
+    EXPECT_THAT(stagemgr({"time", "-"}, plan).out, testing::Not(testing::HasSubstr("k/y")));
+    EXPECT_EQ(stagemgr({"time", "-", "--instance", "y"}, plan).err,
+              "stagemgr: no instance \"y\" has begun in <stdin>; there is k/x\n");
+}
+
 TEST(RunFile, SaysWhereAJournalIsWrong) {
     const Ran ran = stagemgr({"blame", "-"}, "# one\n{\"op\": \"nothing\"}\n");
 
@@ -73,12 +93,13 @@ TEST(RunFile, ShowsOneInstanceAlone) {
 
     EXPECT_EQ(one.status, exitDone);
     EXPECT_EQ(none.status, exitUsage);
-    EXPECT_EQ(none.err, "-: no instance \"left\"; there are boot/main\n");
+    EXPECT_EQ(none.err,
+              "stagemgr: no instance \"left\" has begun in <stdin>; there is boot/main\n");
 }
 
 TEST(RunFile, SuggestsStagesAndFormats) {
     EXPECT_EQ(stagemgr({"critical-chain", "-", "mont"}, journal).err,
-              "-: no stage \"mont\"; did you mean \"mount\"?\n");
+              "stagemgr: no stage \"mont\" in <stdin>; did you mean \"mount\"?\n");
     EXPECT_EQ(stagemgr({"graph", "-", "--format", "dt"}, journal).err,
               "stagemgr: no format \"dt\"; did you mean \"dot\"?\n");
     EXPECT_EQ(stagemgr({"critical-chain", "-", "--fuzz", "x"}, journal).status, exitUsage);
