@@ -97,12 +97,17 @@ std::string bash(const std::vector<VerbSwitches>& verbs) {
 # ~/.local/share/bash-completion/completions/stagemgr
 _stagemgr() {{
     local current=${{COMP_WORDS[COMP_CWORD]}} previous=${{COMP_WORDS[COMP_CWORD - 1]}} verb= word
+    local before=
     for word in "${{COMP_WORDS[@]:1:COMP_CWORD-1}}"; do
-        case $word in -*) ;; *) verb=$word; break ;; esac
+        case $before:$word in --color:* | *:-*) ;; *) verb=$word; break ;; esac
+        before=$word
     done
     local words= files=yes
     case $verb in
-    '') words='{0} --help --version --color'; files= ;;
+    '')
+        words='{0} --help --version --color'; files=
+        [[ $previous != --color ]] || words='auto always never'
+        ;;
     help) words='{0}'; files= ;;
 )",
         verbNames(verbs));
@@ -112,7 +117,8 @@ _stagemgr() {{
         for (const Switch& one : verb.switches)
             names.insert(names.end(), one.names.begin(), one.names.end());
         script += fmt::format("    {}) words='{}'", verb.name, words(names));
-        if (verb.name == "completion") script += "; [[ $current == -* ]] || words='bash zsh fish'";
+        if (verb.name == "completion")
+            script += "; files=; [[ $current == -* ]] || words='bash zsh fish'";
         script += " ;;\n";
     }
     script += "    esac\n    case $verb:$previous in\n";

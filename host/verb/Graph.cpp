@@ -44,7 +44,8 @@ void addGraph(Verbs& verbs) {
         return runGraph(*options, verbs.console());
     });
     options->run.addTo(command);
-    addText(command, "--format", options->format, "svg (the default), dot or mermaid", "FORMAT");
+    addText(command, "--format", options->format, "svg (the default), dot or mermaid",
+            "FORMAT:{svg,dot,mermaid}");
 }
 
 }  // namespace Host

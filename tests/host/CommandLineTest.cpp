@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "tests/host/Journals.h"
+#include "tests/host/TemporaryFile.h"
 
 namespace Host {
 namespace {
@@ -29,26 +30,6 @@ Ran stagemgr(const std::vector<std::string>& arguments, const std::string& in = 
     const int status = commandLine(arguments, Console{input, out, err});
     return {status, out.str(), err.str()};
 }
-
-// A file that goes with the test.
-class TemporaryFile {
-  public:
-    explicit TemporaryFile(const std::string& content = {})
-        : path_(testing::TempDir() + "stagemgr-" +
-                testing::UnitTest::GetInstance()->current_test_info()->name()) {
-        std::ofstream(path_) << content;
-    }
-    ~TemporaryFile() { std::remove(path_.c_str()); }
-    const std::string& path() const { return path_; }
-    std::string content() const {
-        std::ostringstream text;
-        text << std::ifstream(path_).rdbuf();
-        return text.str();
-    }
-
-  private:
-    std::string path_;
-};
 
 const std::string journal = text(bootClass() + agent("disk", "mount", 5) + enable("main"));
 

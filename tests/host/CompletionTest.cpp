@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/CommandLine.h"
+#include "tests/host/TemporaryFile.h"
 
 namespace Host {
 namespace {
@@ -30,15 +31,12 @@ std::string offered(const std::vector<std::string>& words) {
     for (const std::string& word : words) program += "'" + word + "' ";
     program += "); COMP_CWORD=" + std::to_string(words.size() - 1) +
                "; _stagemgr; echo \"${COMPREPLY[@]}\"\n";
-    const std::string file = testing::TempDir() + "stagemgr-completion-" +
-                             testing::UnitTest::GetInstance()->current_test_info()->name();
-    std::ofstream(file) << program;
-    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(("bash " + file + " 2>&1").c_str(), "r"),
-                                                     pclose);
+    const TemporaryFile file(program);
+    const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
+        popen(("bash " + file.path() + " 2>&1").c_str(), "r"), pclose);
     std::string output;
     std::array<char, 4096> buffer{};
     while (std::fgets(buffer.data(), buffer.size(), pipe.get()) != nullptr) output += buffer.data();
-    std::remove(file.c_str());
     return output;
 }
 
@@ -61,6 +59,14 @@ TEST(Completion, BashOffersFilesToAVerb) {
 TEST(Completion, BashOffersTheValuesOfAnOption) {
     EXPECT_EQ(offered({"stagemgr", "replay", "--color", "al"}), "always\n");
     EXPECT_EQ(offered({"stagemgr", "completion", "fi"}), "fish\n");
+    EXPECT_EQ(offered({"stagemgr", "completion", ""}), "bash zsh fish\n");
+    EXPECT_EQ(offered({"stagemgr", "graph", "--format", ""}), "svg dot mermaid\n");
+}
+
+TEST(Completion, BashKnowsTheVerbBehindAnOptionOfTheProgram) {
+    EXPECT_EQ(offered({"stagemgr", "--color", "al"}), "always\n");
+    EXPECT_EQ(offered({"stagemgr", "--color", "always", "rep"}), "replay\n");
+    EXPECT_EQ(offered({"stagemgr", "--color", "always", "replay", "--hu"}), "--human\n");
 }
 
 TEST(Completion, EveryShellKnowsEveryVerb) {

@@ -14,6 +14,7 @@
 #include "host/plan/PlanReader.h"
 #include "tests/host/HostileNames.h"
 #include "tests/host/Journals.h"
+#include "tests/host/TemporaryFile.h"
 
 namespace Host {
 namespace {
@@ -45,20 +46,6 @@ std::string planWith(const std::string& name) {
            ": {\"takes\": \"1s\"}, \"second\": {\"takes\": \"2s\"}}}, \"follows\": {\"after\": " +
            n + ", \"takes\": \"1s\"}}}";
 }
-
-class PlanFile {
-  public:
-    explicit PlanFile(const std::string& text)
-        : path_(testing::TempDir() + "stagemgr-" +
-                testing::UnitTest::GetInstance()->current_test_info()->name() + ".yaml") {
-        std::ofstream(path_, std::ios::binary) << text;
-    }
-    ~PlanFile() { std::remove(path_.c_str()); }
-    const std::string& path() const { return path_; }
-
-  private:
-    std::string path_;
-};
 
 struct Ran {
     int status;
@@ -164,7 +151,7 @@ TEST(HostileNames, AJournalWithThemIsObservedExactly) {
 
 TEST(HostileNames, NoTextForPeopleObeysThem) {
     for (const HostileName& hostile : hostileNames()) {
-        const PlanFile plan(planWith(hostile.name));
+        const TemporaryFile plan(planWith(hostile.name), ".yaml");
         for (const std::vector<std::string>& verb : std::vector<std::vector<std::string>>{
                  {"check", plan.path(), "--slack", "--all"},
                  {"simulate", plan.path()},
@@ -188,7 +175,7 @@ TEST(HostileNames, NoTextForPeopleObeysThem) {
 TEST(HostileNames, JsonHoldsThemExactly) {
     for (const HostileName& hostile : hostileNames()) {
         if (!hostile.inPlans) continue;
-        const PlanFile plan(planWith(hostile.name));
+        const TemporaryFile plan(planWith(hostile.name), ".yaml");
         for (const std::vector<std::string>& verb : std::vector<std::vector<std::string>>{
                  {"check", plan.path(), "--slack", "--json"},
                  {"simulate", plan.path(), "--json"},
@@ -218,7 +205,7 @@ TEST(HostileNames, PicturesShowThemAsText) {
           Picture{{"graph", "--format", "dot"}, '\n'},
           Picture{{"graph", "--format", "mermaid"}, '\n'}}) {
         const auto drawn = [&](const std::string& name) {
-            const PlanFile plan(planWith(name));
+            const TemporaryFile plan(planWith(name), ".yaml");
             std::vector<std::string> arguments = picture.verb;
             arguments.push_back(plan.path());
             return stagemgr(arguments);

@@ -11,6 +11,7 @@
 #include "model/EnabledConfig.h"
 #include "runtime/Error.h"
 #include "tests/host/Journals.h"
+#include "tests/host/TemporaryFile.h"
 
 namespace Host {
 namespace {
@@ -201,7 +202,8 @@ TEST(Observations, HoldPrintedLinesAndHandThemOn) {
 }
 
 TEST(ObservationsDeathTest, AreWrittenOutBeforeAnAbort) {
-    const std::string file = testing::TempDir() + "stagemgr-observations-before-abort";
+    const TemporaryFile temporary;
+    const std::string& file = temporary.path();
     EXPECT_DEATH(
         {
             std::ofstream out(file);
@@ -219,7 +221,6 @@ TEST(ObservationsDeathTest, AreWrittenOutBeforeAnAbort) {
     EXPECT_EQ(
         last,
         R"({"t": 0.0, "event": "log", "path": "/stage/boot/log/instanceLog/main", "message": "Boot stages started"})");
-    std::remove(file.c_str());
 }
 
 // Gives a line at a time, and notes what had been written before each.

@@ -8,6 +8,7 @@
 #include "host/CommandLine.h"
 #include "host/Json.h"
 #include "tests/host/Journals.h"
+#include "tests/host/TemporaryFile.h"
 
 namespace Host {
 namespace {
@@ -270,13 +271,11 @@ TEST(SimulateVerb, WritesJson) {
 }
 
 TEST(SimulateVerb, RecordsASingleRun) {
-    const std::string path = testing::TempDir() + "stagemgr-simulate-record";
+    const TemporaryFile record;
+    const std::string& path = record.path();
     const Ran ran = simulate({"--record", path}, boot);
-    std::ostringstream recorded;
-    recorded << std::ifstream(path).rdbuf();
-    std::remove(path.c_str());
 
-    EXPECT_THAT(replayedText(recorded.str()), HasSubstr("boot stages complete"));
+    EXPECT_THAT(replayedText(record.content()), HasSubstr("boot stages complete"));
     EXPECT_EQ(simulate({"--record", path, "--runs", "2"}, boot).status, exitUsage);
     EXPECT_EQ(simulate({"--record", "-"}, boot).status, exitUsage);
     EXPECT_EQ(simulate({"--runs", "2", "--each-agent-missing"}, boot).status, exitUsage);
