@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/Outcome.h"
+#include "host/Terminal.h"
 #include "host/Tree.h"
 #include "host/Words.h"
 #include "model/InstanceStatus.h"
@@ -21,7 +22,7 @@ constexpr std::size_t narrowest = 24;  // for a text, however little room there 
 constexpr std::size_t widestWho = 32;  // a longer name breaks out of its column
 
 std::string padded(std::string text, std::size_t width) {
-    const std::size_t columns = utf8Columns(text);
+    const std::size_t columns = terminalColumns(text);
     if (columns < width) text.append(width - columns, ' ');
     return text;
 }
@@ -65,7 +66,7 @@ std::string HumanView::coloured(std::string_view text, Colour colour) const {
 }
 
 void HumanView::wrapped(const std::string& first, std::string_view text, Colour colour) {
-    const std::size_t indent = utf8Columns(first);
+    const std::size_t indent = terminalColumns(first);
     // What is indented goes on at its own indentation.
     const std::size_t inner = std::min(text.find_first_not_of(' '), text.size());
     const std::size_t room =
@@ -79,10 +80,12 @@ void HumanView::wrapped(const std::string& first, std::string_view text, Colour 
         std::size_t columns = 0;
         std::size_t end = 0;      // of what fits
         std::size_t lastGap = 0;  // the last blank in it
-        while (end < rest.size() && columns < room) {
+        while (end < rest.size()) {
+            const std::size_t length = std::max<std::size_t>(1, utf8Length(rest, end));
+            columns += terminalColumns(rest.substr(end, length));
+            if (columns > room) break;
             if (rest[end] == ' ' && end != 0) lastGap = end;
-            end += std::max<std::size_t>(1, utf8Length(rest, end));
-            ++columns;
+            end += length;
         }
         const bool whole = end >= rest.size();
         if (!whole && rest[end] != ' ' && lastGap != 0) end = lastGap;
@@ -93,7 +96,7 @@ void HumanView::wrapped(const std::string& first, std::string_view text, Colour 
 }
 
 void HumanView::widen(std::string_view who) {
-    whoWidth_ = std::max(whoWidth_, std::min(widestWho, utf8Columns(who)));
+    whoWidth_ = std::max(whoWidth_, std::min(widestWho, terminalColumns(who)));
 }
 
 void HumanView::heading() {
@@ -196,7 +199,7 @@ void HumanView::instance(const InstanceOutcome& outcome) {
          << coloured(text, colour) << '\n';
     std::size_t nameWidth = 0;
     for (const StageOutcome& stage : outcome.stages)
-        nameWidth = std::max(nameWidth, utf8Columns(printable(stage.stage)));
+        nameWidth = std::max(nameWidth, terminalColumns(printable(stage.stage)));
     for (const StageOutcome& stage : outcome.stages) this->stage(stage, nameWidth);
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "host/Utf8.h"
+#include "host/Terminal.h"
 
 namespace Host {
 
@@ -10,7 +10,7 @@ std::string Table::text(bool colour) const {
     std::vector<std::size_t> widths(columns_.size());
     for (std::size_t c = 0; c < columns_.size(); ++c) {
         widths[c] = columns_[c].title.size();
-        for (const auto& row : rows_) widths[c] = std::max(widths[c], utf8Columns(row[c]));
+        for (const auto& row : rows_) widths[c] = std::max(widths[c], terminalColumns(row[c]));
     }
     const auto line = [&](auto&& cellOf) {
         std::string made;
@@ -18,7 +18,7 @@ std::string Table::text(bool colour) const {
         for (std::size_t c = 0; c < columns_.size(); ++c) {
             if (columns_[c].title == "\n") continue;
             const std::string& cell = cellOf(c);
-            const std::size_t room = widths[c] - std::min(widths[c], utf8Columns(cell));
+            const std::size_t room = widths[c] - std::min(widths[c], terminalColumns(cell));
             const bool right = columns_[c].align == Align::right;
             if (right) gap += room;
             // Blanks are written when something follows them.

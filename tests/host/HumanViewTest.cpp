@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "host/Replay.h"
+#include "host/Terminal.h"
 #include "tests/host/Journals.h"
 
 namespace Host {
@@ -191,6 +192,22 @@ TEST(HumanView, BreaksRowsAtTheEdgeOfATerminal) {
               "   3.000  ! console             xxxxxxxxxxxxxxxxxxxxxxxxxx\n"
               "                                xxxxxxxxxxxxxxxxxxxxxxxxxx\n"
               "                                xxxxxxxx\n");
+}
+
+// East Asian characters need two columns each.
+TEST(HumanView, BreaksRowsOfWideCharactersAtTheEdge) {
+    std::string wide;
+    for (int i = 0; i < 40; ++i) wide += "\xe6\x97\xa5";
+
+    std::istringstream lines(shown(bootClass() + agent("disk", wide.c_str(), 5) + enable("main") +
+                                       report(2.5, "disk", wide.c_str(), "main"),
+                                   {.columns = 60}));
+
+    std::size_t widest = 0;
+    for (std::string line; std::getline(lines, line);)
+        widest = std::max(widest, terminalColumns(line));
+    EXPECT_LE(widest, 60U);
+    EXPECT_GE(widest, 58U) << "and not long before it";
 }
 
 TEST(HumanView, ColoursOnlyWhenAsked) {
