@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -20,9 +21,18 @@ std::size_t terminalColumns() {
     return size.ws_col;
 }
 
+// Whoever closed one of the three gets an error where it is used: otherwise the next file that is
+// opened, a record say, would take its place.
+void occupyStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (fcntl(descriptor, F_GETFD) == -1)
+            static_cast<void>(open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardDescriptors();
     std::ios::sync_with_stdio(false);
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     const char* const kind = std::getenv("TERM");

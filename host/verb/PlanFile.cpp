@@ -1,7 +1,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <string_view>
+#include <vector>
 
 #include "host/Suggest.h"
 #include "host/Words.h"
@@ -16,19 +16,34 @@ Plan planFile(const std::string& name, const Console& console) {
 
 Plan withInstances(Plan plan, const std::vector<std::string>& instances) {
     if (instances.empty()) return plan;
-    std::vector<std::string_view> known;
+    const auto called = [](const PlanClass& stageClass, const PlanInstance& instance,
+                           const std::string& name) {
+        return name == instance.name || name == stageClass.name + "/" + instance.name;
+    };
+    std::vector<std::string> known;
     for (const PlanClass& stageClass : plan.classes)
-        for (const PlanInstance& instance : stageClass.instances) known.push_back(instance.name);
+        for (const PlanInstance& instance : stageClass.instances)
+            known.push_back((plan.classes.size() > 1 ? stageClass.name + "/" : "") + instance.name);
     for (const std::string& wanted : instances) {
-        if (std::find(known.begin(), known.end(), wanted) != known.end()) continue;
-        const std::string nearest = suggestion(wanted, known);
+        const bool found =
+            std::any_of(plan.classes.begin(), plan.classes.end(), [&](const PlanClass& stageClass) {
+                return std::any_of(
+                    stageClass.instances.begin(), stageClass.instances.end(),
+                    [&](const PlanInstance& one) { return called(stageClass, one, wanted); });
+            });
+        if (found) continue;
+        const std::string nearest = suggestion(wanted, {known.begin(), known.end()});
         throw UsageError(fmt::format(
-            "stagemgr: {}: no instance is called {}{}", printable(plan.file), inQuotes(wanted),
-            nearest.empty() ? "; there is " + firstOf(known, 5, inQuotes) : nearest));
+            "stagemgr: no instance {} in {}{}", inQuotes(wanted), printable(plan.file),
+            !nearest.empty() ? nearest
+                             : fmt::format("; there {} {}", known.size() == 1 ? "is" : "are",
+                                           firstOf(known, 5, inQuotes))));
     }
     for (PlanClass& stageClass : plan.classes)
         std::erase_if(stageClass.instances, [&](const PlanInstance& instance) {
-            return std::find(instances.begin(), instances.end(), instance.name) == instances.end();
+            return std::none_of(instances.begin(), instances.end(), [&](const std::string& name) {
+                return called(stageClass, instance, name);
+            });
         });
     return plan;
 }

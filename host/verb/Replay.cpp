@@ -36,6 +36,7 @@ struct ReplayOptions {
 };
 
 int runReplay(const ReplayOptions& options, const Console& console) {
+    keepApart("--out", options.out, options.journal);
     const InFile in(options.journal, console);
     OutFile out(options.out, console);
 

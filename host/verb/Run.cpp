@@ -65,6 +65,8 @@ int run(const RunArguments& arguments, const Console& console) {
             "stagemgr: standard input cannot hold the plan and the reports; name a "
             "file for the plan");
 
+    keepApart("--record", arguments.record, arguments.plan);
+
     const Plan plan = withInstances(planFile(arguments.plan, console), arguments.instances);
     if (!options.outputFolder.empty()) makeFolder(options.outputFolder);
     std::optional<OutFile> record;
@@ -79,6 +81,7 @@ int run(const RunArguments& arguments, const Console& console) {
         view = std::unique_ptr<View>(options.live = new LiveRun(console.out, style));
     else
         view = std::make_unique<HumanView>(console.out, style);
+    options.output = &console.out;
     const int status = runPlan(plan, options, *view, console.err);
     return status;
 }

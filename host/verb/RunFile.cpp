@@ -66,6 +66,7 @@ RunHistory selected(RunHistory run, const std::string& wanted, const std::string
 }
 
 RunHistory RunFile::history(const Console& console) const {
+    keepApart("--out", out, file);
     return selected(runHistory(file, console), instance, file);
 }
 

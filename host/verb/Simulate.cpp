@@ -423,6 +423,7 @@ int runSimulate(const SimulateArguments& arguments, const Console& console) {
         throw UsageError(
             "stagemgr: --record needs the name of a file; standard output has what "
             "the simulation shows");
+    keepApart("--record", arguments.record, arguments.plan);
     const bool several = arguments.eachMissing || arguments.runs;
     if (!several && (arguments.atLeast || arguments.jobs))
         throw UsageError(fmt::format(

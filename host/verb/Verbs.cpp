@@ -46,10 +46,11 @@ template <class File>
 std::unique_ptr<File> opened(const std::string& name, const char* doing) {
     errno = 0;
     auto file = std::make_unique<File>(name, std::ios::binary);
+    const int error = errno;
     const bool folder = std::filesystem::is_directory(name);
     if (folder || !*file)
         throw UsageError(fmt::format("stagemgr: cannot {} {}: {}", doing, printable(name),
-                                     std::strerror(folder ? EISDIR : errno)));
+                                     std::strerror(folder ? EISDIR : error)));
     return file;
 }
 
@@ -70,6 +71,13 @@ OutFile::OutFile(const std::string& name, const Console& console) : stream_(&con
 }
 
 OutFile::~OutFile() = default;
+
+void keepApart(const char* option, const std::string& out, const std::string& in) {
+    std::error_code none;  // what does not exist is no file of both
+    if (out != "-" && in != "-" && std::filesystem::equivalent(out, in, none))
+        throw UsageError(fmt::format("stagemgr: {} would overwrite {}; name another file", option,
+                                     printable(in)));
+}
 
 void OutFile::flush() {
     if (!stream_->flush()) throw std::runtime_error("the output could not be written");

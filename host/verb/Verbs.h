@@ -96,6 +96,9 @@ class OutFile {
     std::ostream* stream_;
 };
 
+// Refuses a file for that option, "--out", that is the one which is read.
+void keepApart(const char* option, const std::string& out, const std::string& in);
+
 // What `text`, the value of that option, says: "--within". Whole numbers are written in decimal.
 double durationOption(const char* option, const std::string& text);
 std::uint64_t numberOption(const char* option, const std::string& text, std::uint64_t least,
