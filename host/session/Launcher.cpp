@@ -311,10 +311,10 @@ void Launcher::ready(Child& child) {
 
 std::vector<Part> Launcher::taken() { return std::exchange(done_, {}); }
 
-std::vector<std::string> Launcher::daemons() const {
+std::vector<std::string> Launcher::names(bool ready) const {
     std::vector<std::string> names;
     for (const auto& child : children_)
-        if (child->running && child->ready) names.push_back(child->label);
+        if (child->running && child->ready == ready) names.push_back(child->label);
     return names;
 }
 
@@ -353,7 +353,8 @@ void Launcher::ended(Child& child, int status) {
         if (phase_ != Phase::running) return;
         const std::string what =
             fmt::format("{} ended after it was ready: {}", child.label, endText(status));
-        if (endedDaemon_.empty()) endedDaemon_ = what;
+        ++endedDaemons_;
+        endedDaemon_ = what;
         if (status != 0 && failedDaemon_.empty()) failedDaemon_ = what;
         say(what);
         if (status != 0) sayLastLines(child);

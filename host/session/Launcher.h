@@ -42,13 +42,14 @@ class Launcher final : public Performer {
     // The parts that are done, in the order in which we learned of it, since the last call.
     std::vector<Part> taken();
 
-    // How many commands run, and how many of them may still become ready.
+    // How many commands run, and how many of them may still become ready. The others are daemons.
     std::size_t running() const { return running_; }
     std::size_t unready() const { return unready_; }
-    // The names of those that were ready and run.
-    std::vector<std::string> daemons() const;
-    // What ended after it was ready, in words, the first that did and the first that failed so;
-    // empty: nothing.
+    // The names of those that run: who was ready, the daemons, or who was not.
+    std::vector<std::string> names(bool ready) const;
+    // How many daemons ended, and in words the last of them, and the first that failed; empty:
+    // none.
+    std::size_t endedDaemons() const { return endedDaemons_; }
     const std::string& endedDaemon() const { return endedDaemon_; }
     const std::string& failedDaemon() const { return failedDaemon_; }
 
@@ -109,6 +110,7 @@ class Launcher final : public Performer {
     std::vector<Part> done_;
     std::size_t running_ = 0;
     std::size_t unready_ = 0;
+    std::size_t endedDaemons_ = 0;
     std::string endedDaemon_;
     std::string failedDaemon_;
     Random random_;

@@ -25,7 +25,7 @@ void LiveRun::draw(double now, const Tree& tree) {
         if (size.ws_col != 0) style.columns = size.ws_col;
         if (size.ws_row != 0) style.rows = size.ws_row;
     }
-    live_.draw(now, liveLines(timeline_.history(tree), now, style));
+    live_.draw(now, liveLines(timeline_.history(tree), now, style), style.columns);
 }
 
 void LiveRun::clear() { live_.clear(); }

@@ -234,7 +234,24 @@ std::vector<std::string> liveLines(const RunHistory& run, double now, const Live
     return made;
 }
 
-void LiveView::draw(double now, const std::vector<std::string>& lines) {
+namespace {
+
+// Of a line with colours.
+std::size_t columnsOf(std::string_view line) {
+    std::string text;
+    while (!line.empty()) {
+        const std::size_t escape = line.find('\033');
+        text += line.substr(0, escape);
+        const std::size_t end = escape == line.npos ? line.npos : line.find('m', escape);
+        line.remove_prefix(end == line.npos ? line.size() : end + 1);
+    }
+    return terminalColumns(text);
+}
+
+}  // namespace
+
+void LiveView::draw(double now, const std::vector<std::string>& lines, std::size_t columns) {
+    columns_ = std::max<std::size_t>(columns, 1);
     const std::string before = erasing();
     lines_ = lines;
     drawn_ = now;
@@ -251,7 +268,10 @@ void LiveView::clear() {
 }
 
 std::string LiveView::erasing() const {
-    return lines_.empty() ? std::string() : fmt::format("\r\033[{}A\033[J", lines_.size());
+    std::size_t rows = 0;
+    for (const std::string& line : lines_)
+        rows += std::max<std::size_t>((columnsOf(line) + columns_ - 1) / columns_, 1);
+    return rows == 0 ? std::string() : fmt::format("\r\033[{}A\033[J", rows);
 }
 
 std::string LiveView::drawing() const {

@@ -40,8 +40,9 @@ class LiveView {
 
     // Whether the interval has passed since the last drawing.
     bool due(double now) const { return now >= drawn_ + interval; }
-    // In the place of what was drawn before. No line is wider than the terminal.
-    void draw(double now, const std::vector<std::string>& lines);
+    // In the place of what was drawn before. No line is wider than the terminal, which has so many
+    // columns; what was drawn in a wider one has been broken into more rows by it meanwhile.
+    void draw(double now, const std::vector<std::string>& lines, std::size_t columns);
     // Writes whole lines above what is drawn, and draws it again.
     void above(std::string_view lines);
     // Takes what is drawn away, and leaves the cursor there.
@@ -54,6 +55,7 @@ class LiveView {
 
     std::ostream& out_;
     double drawn_ = -1.0;
+    std::size_t columns_ = 80;
     std::vector<std::string> lines_;  // as they stand on the terminal
 };
 

@@ -63,6 +63,7 @@ void OutputLog::passOn(std::string_view bytes) {
         begun_ += bytes.substr(0, taken);
         bytes.remove_prefix(taken + (whole ? 1 : 0));
         if (whole || begun_.size() == longestLine) {
+            if (whole && begun_.ends_with('\r')) begun_.pop_back();
             line_(printable(begun_));
             begun_.clear();
         }

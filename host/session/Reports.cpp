@@ -1,11 +1,13 @@
 #include "host/session/Reports.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -78,16 +80,24 @@ Reports::Reports(const Plan& plan, Loop& loop, int descriptor,
                  std::function<void(const std::string&)> say)
     : plan_(plan), descriptor_(descriptor), say_(std::move(say)) {
     watch_ = loop.readable(descriptor, [this] { read(); });
-    // A file: all that it will ever hold is there.
-    while (!watch_ && !ended_) read();
+    // Of a file all that it will ever hold is there.
+    struct stat about {};
+    if (::fstat(descriptor, &about) == 0 && S_ISREG(about.st_mode))
+        while (!watch_ && !ended_) read();
 }
 
-std::vector<Part> Reports::taken() { return std::exchange(parts_, {}); }
+double Reports::next() const { return watch_ || ended_ ? Loop::never : 0.0; }
+
+std::vector<Part> Reports::taken() {
+    if (!watch_ && !ended_) read();
+    return std::exchange(parts_, {});
+}
 
 void Reports::read() {
     std::array<char, 4096> buffer;
     const ssize_t length = ::read(descriptor_, buffer.data(), buffer.size());
     if (length < 0 && (errno == EINTR || errno == EAGAIN || errno == EWOULDBLOCK)) return;
+    if (length < 0) say_(fmt::format("no reports can be read: {}", std::strerror(errno)));
     if (length <= 0) {
         if (!begun_.empty()) line(begun_);
         ended_ = true;

@@ -28,8 +28,11 @@ class Reports {
     Reports(const Plan& plan, Loop& loop, int descriptor,
             std::function<void(const std::string&)> say);
 
-    // What has come since the last call.
+    // What has come since the last call. What can always be read and is no file, such as a device,
+    // is read by this, a little at a time.
     std::vector<Part> taken();
+    // When to call that, apart from when something has happened.
+    double next() const;
     // Nothing more can come.
     bool ended() const { return ended_; }
 

@@ -68,7 +68,7 @@ std::string list(const std::vector<Orv::String>& all) {
     return firstOf(all, mostNames, [](const Orv::String& text) { return inQuotes(text.view()); });
 }
 
-// Why a stage that is not complete will not become so.
+// Why a stage that is not complete will not become so; empty: nothing holds it but its instance.
 std::string reason(const StageOutcome& stage) {
     const std::string name = inQuotes(stage.stage.view());
     if (stage.state != StageOutcome::State::notStarted)
@@ -77,7 +77,9 @@ std::string reason(const StageOutcome& stage) {
     if (stage.heldByOperator) return fmt::format("stage {} is held by the do-not-start list", name);
     if (!stage.incompleteDependencies.empty())
         return fmt::format("stage {} needs {}", name, list(stage.incompleteDependencies));
-    return fmt::format("stage {} waits until the critical stages have started", name);
+    if (stage.heldByCritical)
+        return fmt::format("stage {} waits until the critical stages have started", name);
+    return {};
 }
 
 class Run {
@@ -95,6 +97,8 @@ class Run {
         std::vector<int> wanted{SIGINT, SIGTERM};
         if (!ignored(SIGHUP)) wanted.push_back(SIGHUP);
         signals_ = loop_.signals(wanted, [this](int number) { signal(number); });
+        if (options.live != nullptr && !ignored(SIGTSTP))
+            suspensions_ = loop_.signals({SIGTSTP}, [this](int) { suspend(); });
         if (options.reports >= 0)
             reports_ = std::make_unique<Reports>(plan, loop_, options.reports,
                                                  [this](const std::string& line) { say(line); });
@@ -124,7 +128,8 @@ class Run {
     double next() const {
         const double within = complete_ ? Session::never : options_.within;
         const double drawing = drawn() ? options_.live->next() : Session::never;
-        return std::min({session_.next(), launcher_.next(), within, drawing});
+        const double reports = reports_ ? reports_->next() : Session::never;
+        return std::min({session_.next(), launcher_.next(), within, drawing, reports});
     }
 
     // Each thing at its own time first, then what came meanwhile.
@@ -137,6 +142,7 @@ class Run {
         launcher_.look(now);
         keepRecord();
         view_.flush();
+        keepOutput();
         judge(now);
         if (drawn() && !status_) options_.live->draw(now, session_.tree());
     }
@@ -145,6 +151,13 @@ class Run {
         if (options_.record == nullptr || recordFailed_ || options_.record->flush()) return;
         recordFailed_ = true;
         say("the record could not be written, and is not whole");
+    }
+
+    // The exit status says so at the end, which may be far.
+    void keepOutput() {
+        if (options_.output == nullptr || *options_.output || std::exchange(outputFailed_, true))
+            return;
+        say("standard output cannot be written; the run goes on without");
     }
 
     void judge(double now) {
@@ -163,18 +176,22 @@ class Run {
             const RunOutcome outcome = runOutcome(outcomes(session_.tree()));
             if (outcome != RunOutcome::complete)
                 say(fmt::format("the run {}", outcomeText(outcome)));
-            const std::vector<std::string> daemons = launcher_.daemons();
-            if (!options_.untilComplete && !daemons.empty() && launcher_.endedDaemon().empty())
+            endedBefore_ = launcher_.endedDaemons();
+            if (!options_.untilComplete && daemons() != 0 && launcher_.failedDaemon().empty())
                 say(fmt::format("complete; running until a signal comes or one of them ends: {}",
-                                firstOf(daemons, mostNames, std::identity())));
+                                firstOf(launcher_.names(true), mostNames, std::identity())));
         }
         if (complete_) {
             if (!launcher_.failedDaemon().empty())
                 end(exitFailed, "stopping, since " + launcher_.failedDaemon());
             else if (options_.untilComplete || launcher_.running() == 0)
                 end(exitDone, "");
-            else if (!launcher_.endedDaemon().empty())
+            else if (launcher_.endedDaemons() != endedBefore_)
                 end(exitDone, "stopping, since " + launcher_.endedDaemon());
+            else if (daemons() == 0)
+                end(exitDone,
+                    fmt::format("complete; stopping what was not ready in time, and still runs: {}",
+                                firstOf(launcher_.names(false), mostNames, std::identity())));
             return;
         }
         if (now >= options_.within) {
@@ -186,6 +203,8 @@ class Run {
         if (session_.next() == Session::never && launcher_.unready() == 0 && !reportsCome)
             end(exitFailed, stuck());
     }
+
+    std::size_t daemons() const { return launcher_.running() - launcher_.unready(); }
 
     void end(int status, std::string why) {
         status_ = status;
@@ -215,7 +234,8 @@ class Run {
             if (instance.state == InstanceOutcome::State::suspended)
                 reasons.push_back(where + "it is suspended, so no further stage starts");
             for (const StageOutcome& stage : instance.stages)
-                if (!stage.isComplete()) reasons.push_back(where + reason(stage));
+                if (const std::string why = reason(stage); !stage.isComplete() && !why.empty())
+                    reasons.push_back(where + why);
         }
         std::string text = "the progression can go no further:";
         for (std::size_t i = 0; i < reasons.size() && i < most; ++i) text += "\n    " + reasons[i];
@@ -236,6 +256,17 @@ class Run {
         // Between two turns several may come.
         if (!signal_) signal_ = number;
         ++signalsSeen_;
+    }
+
+    // What is drawn would stand in the way of the shell, and be taken for our own afterwards.
+    void suspend() {
+        options_.live->clear();
+        struct sigaction ours {};
+        struct sigaction effect {};
+        effect.sa_handler = SIG_DFL;
+        sigaction(SIGTSTP, &effect, &ours);
+        ::raise(SIGTSTP);
+        sigaction(SIGTSTP, &ours, nullptr);
     }
 
     void stop() {
@@ -288,13 +319,16 @@ class Run {
     Session session_;
     std::unique_ptr<Reports> reports_;
     bool complete_ = false;
+    std::size_t endedBefore_ = 0;  // so many daemons had ended when it became complete
     bool stopping_ = false;
     bool recordFailed_ = false;
+    bool outputFailed_ = false;
     std::optional<int> signal_;
     int signalsSeen_ = 0;
     std::optional<int> status_;
     std::string why_;
     std::unique_ptr<Loop::Watch> signals_;
+    std::unique_ptr<Loop::Watch> suspensions_;
 };
 
 }  // namespace

@@ -26,6 +26,8 @@ struct RunOptions {
     bool showOutput = false;
     int reports = -1;                // a descriptor with lines for external participants
     std::ostream* record = nullptr;  // takes the journal of the run; null: nobody does
+    // Where the view writes: that it cannot any more is said at once. Null: nobody minds.
+    const std::ostream* output = nullptr;
     // Draws how the run stands until it is complete; null: nobody does. It is the run's view then.
     LiveRun* live = nullptr;
 };

@@ -24,6 +24,7 @@ namespace {
 
 using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
@@ -279,6 +280,38 @@ TEST(Launcher, FailsWithTheReasonsWhenNothingCanGoOn) {
               "    stage \"three\" needs \"nowhere\"\n");
 }
 
+TEST(Launcher, DoesNotWaitForWhatWasPassedOver) {
+    const RealRuns runs;
+    PlanParticipant slow = launched("slow", "sleep 600");
+    slow.limit = 0.1;
+
+    const RealRun run = runs.run({stage("one", {}, {slow})});
+
+    EXPECT_EQ(run.status, exitDone);
+    EXPECT_EQ(run.stage("one").state, State::passedOver);
+    EXPECT_THAT(run.err, EndsWith("complete; stopping what was not ready in time, and still runs: "
+                                  "one:slow\n"));
+}
+
+TEST(Launcher, StaysWhenADaemonWasNeededNoLonger) {
+    const RealRuns runs;
+    const PlanParticipant brief = notifying(acting("brief", {"ready", "exit", "0"}));
+    const PlanParticipant daemon =
+        notifying(acting("daemon", {"ready", "until", "end", "exit", "0"}));
+    const auto said = [&](const std::string& line) {
+        if (staysUp(line)) std::ofstream(runs.folder() + "/end") << "now";
+    };
+
+    const RealRun run = runs.run(
+        {stage("one", {}, {brief, daemon}), stage("two", {"one"}, {launched("late", "sleep 0.2")})},
+        {}, said);
+
+    EXPECT_EQ(run.status, exitDone);
+    EXPECT_THAT(run.err, AllOf(HasSubstr("brief ended after it was ready: exit status 0\n"),
+                               HasSubstr("complete; running until a signal comes or one of them "
+                                         "ends: one:daemon\n")));
+}
+
 TEST(Launcher, FailsWhenASuspendedInstanceCanGoNoFurther) {
     const RealRuns runs;
     PlanClass boot = stageClass("boot", {stage("one", {}, {launched("it", "true")})});
@@ -287,16 +320,19 @@ TEST(Launcher, FailsWhenASuspendedInstanceCanGoNoFurther) {
     const RealRun run = runs.run(planOf({boot}));
 
     EXPECT_EQ(run.status, exitFailed);
-    EXPECT_THAT(run.err, HasSubstr("it is suspended, so no further stage starts"));
+    EXPECT_THAT(run.err, EndsWith("the progression can go no further:\n"
+                                  "    it is suspended, so no further stage starts\n"));
 }
 
 TEST(Launcher, CountsAReportThatComesAfterItsStageTimedOut) {
     const RealRuns runs;
-    PlanParticipant late = notifying(acting("it", {"until", "over", "ready", "exit", "0"}));
+    PlanParticipant late =
+        notifying(acting("it", {"until", "over", "ready", "touch", "came", "exit", "0"}));
     late.limit = 0.2;
 
     const RealRun run = runs.run(
-        {stage("slow", {}, {late}), stage("next", {"slow"}, {launched("it", "echo > over")})});
+        {stage("slow", {}, {late}),
+         stage("next", {"slow"}, {acting("it", {"touch", "over", "until", "came", "exit", "0"})})});
 
     EXPECT_EQ(run.status, exitDone);
     EXPECT_EQ(run.stage("slow").state, State::passedOver);
@@ -406,6 +442,32 @@ TEST(Launcher, FailsWhenNoMoreReportsCanCome) {
     EXPECT_EQ(run.status, exitFailed);
     EXPECT_THAT(run.err, AllOf(HasSubstr("the report \"it tw\" is ignored"),
                                HasSubstr("stage \"one\" waits for \"it\"")));
+}
+
+// It can always be read, and never ends: the run goes on meanwhile.
+TEST(Launcher, ReadsADeviceALittleAtATime) {
+    const RealRuns runs;
+    const Descriptor zeros(open("/dev/zero", O_RDONLY | O_CLOEXEC));
+    RunOptions options;
+    options.reports = zeros.get();
+    options.within = 0.2;
+
+    const RealRun run = runs.run({stage("one", {}, {external("it")})}, options);
+
+    EXPECT_EQ(run.status, exitWaiting);
+    EXPECT_THAT(run.err, HasSubstr("a report of more than 16384 bytes is ignored"));
+}
+
+TEST(Launcher, SaysWhenReportsCannotBeRead) {
+    const RealRuns runs;
+    const Descriptor folder(open(runs.folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    RunOptions options;
+    options.reports = folder.get();
+
+    const RealRun run = runs.run({stage("one", {}, {external("it")})}, options);
+
+    EXPECT_EQ(run.status, exitFailed);
+    EXPECT_THAT(run.err, HasSubstr("no reports can be read: Is a directory\n"));
 }
 
 TEST(Launcher, RefusesReportsThatAreTooLong) {

@@ -198,11 +198,11 @@ TEST(LiveView, RedrawsInPlace) {
     std::ostringstream terminal;
     {
         LiveView view(terminal);
-        view.draw(0.0, {"one", "two"});
+        view.draw(0.0, {"one", "two"}, 80);
         EXPECT_EQ(terminal.str(), "one\ntwo\n");
 
         terminal.str({});
-        view.draw(0.1, {"three"});
+        view.draw(0.1, {"three"}, 80);
         EXPECT_EQ(terminal.str(), "\r\033[2A\033[Jthree\n");
 
         terminal.str({});
@@ -213,12 +213,23 @@ TEST(LiveView, RedrawsInPlace) {
     EXPECT_EQ(terminal.str(), "\r\033[1A\033[J") << "nothing of it is left at the end";
 }
 
+TEST(LiveView, TakesAwayWhatANarrowerTerminalHasBroken) {
+    std::ostringstream terminal;
+    LiveView view(terminal);
+    view.draw(0.0, {"\033[32mforty-one columns of text in green, or so\033[0m", "short", ""}, 80);
+    terminal.str({});
+
+    view.draw(0.1, {}, 40);
+
+    EXPECT_EQ(terminal.str(), "\r\033[4A\033[J");
+}
+
 TEST(LiveView, IsDueTenTimesASecond) {
     std::ostringstream terminal;
     LiveView view(terminal);
     EXPECT_TRUE(view.due(0.0));
 
-    view.draw(5.0, {"one"});
+    view.draw(5.0, {"one"}, 80);
 
     EXPECT_FALSE(view.due(5.05));
     EXPECT_TRUE(view.due(5.125));

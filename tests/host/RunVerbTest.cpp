@@ -147,16 +147,33 @@ TEST_F(RunVerb, RefusesWhatItCannotTake) {
         return ran.err;
     };
     EXPECT_THAT(refused({"--instance", "lefd"}),
-                HasSubstr("no instance is called \"lefd\"; did you mean \"left\"?"));
-    EXPECT_THAT(refused({"--instance", "elsewhere"}), HasSubstr("there is \"left\", \"right\""));
+                AllOf(HasSubstr("no instance \"lefd\" in "), EndsWith("did you mean \"left\"?\n")));
+    EXPECT_THAT(refused({"--instance", "elsewhere"}), HasSubstr("there are \"left\", \"right\""));
     EXPECT_THAT(refused({"--within", "soon"}), HasSubstr("--within: "));
     EXPECT_THAT(refused({"--until", "later"}), HasSubstr("--until"));
     EXPECT_THAT(refused({"--record", "-"}), HasSubstr("--record needs the name of a file"));
     EXPECT_THAT(refused({"--record", path("no/such/file")}), HasSubstr("cannot write"));
+    EXPECT_THAT(refused({"--record", plan_}), HasSubstr("--record would overwrite "));
     EXPECT_THAT(refused({"--output", plan_}), HasSubstr("--output: nothing can be written to"));
     EXPECT_EQ(stagemgr({"run", "-", "--reports"}).status, exitUsage);
     EXPECT_EQ(stagemgr({"run", path("no-plan")}).status, exitUsage);
     EXPECT_EQ(stagemgr({"run", file("bad.yaml", "version: 1\nstage: {}\n")}).status, exitRefused);
+}
+
+TEST_F(RunVerb, SaysAtOnceWhenStandardOutputCannotBeWritten) {
+    const std::string plan =
+        file("two.yaml", "version: 1\nstages: {a: 'true', b: {after: a, command: 'true'}}\n");
+    std::istringstream in;
+    std::ostringstream out;
+    std::ostringstream err;
+    out.setstate(std::ios::badbit);
+
+    const int status = commandLine({"run", plan}, Console{in, out, err});
+
+    EXPECT_EQ(status, exitInternal);
+    EXPECT_EQ(err.str(),
+              "stagemgr: standard output cannot be written; the run goes on without\n"
+              "stagemgr: the output could not be written\n");
 }
 
 TEST_F(RunVerb, SaysWhenTheRecordCannotBeWritten) {
