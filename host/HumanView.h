@@ -25,6 +25,9 @@ class HumanView final : public View {
   public:
     explicit HumanView(std::ostream& out, HumanStyle style = {}) : out_(out), style_(style) {}
 
+    // The terminal has another width than before.
+    void columnsAre(std::size_t columns) { style_.columns = columns; }
+
     void onScalar(double t, const Orv::Entity& entity, const Orv::Attribute& attribute) override;
     void onLog(double t, const Stage::InstanceLog& log) override;
     void onMessage(double t, const Orv::LogHandle& message, const Orv::String& text) override;

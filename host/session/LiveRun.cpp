@@ -25,6 +25,7 @@ void LiveRun::draw(double now, const Tree& tree) {
         if (size.ws_col != 0) style.columns = size.ws_col;
         if (size.ws_row != 0) style.rows = size.ws_row;
     }
+    human_.columnsAre(style.columns);
     live_.draw(now, liveLines(timeline_.history(tree), now, style), style.columns);
 }
 
