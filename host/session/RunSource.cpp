@@ -70,6 +70,13 @@ RunText runText(std::string_view text) {
     return other;
 }
 
+std::string neitherText(const std::string& file) {
+    return fmt::format(
+        "{}: neither a plan nor a journal: a plan is YAML or JSON with \"version\" and \"stages\", "
+        "a journal has one JSON object with \"op\" per line",
+        printable(file));
+}
+
 RunHistory runOf(const std::string& file, std::string text, bool colour) {
     switch (runText(text)) {
         case RunText::plan: return planRun(wantedPlan(file, std::move(text), colour));
@@ -84,10 +91,7 @@ RunHistory runOf(const std::string& file, std::string text, bool colour) {
         }
         case RunText::neither: break;
     }
-    throw std::runtime_error(fmt::format(
-        "{}: neither a plan nor a journal: a plan is YAML or JSON with \"version\" and \"stages\", "
-        "a journal has one JSON object with \"op\" per line",
-        printable(file)));
+    throw std::runtime_error(neitherText(file));
 }
 
 }  // namespace Host

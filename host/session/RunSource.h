@@ -24,6 +24,8 @@ RunHistory journalRun(std::istream& journal,
 // by the words that every plan has.
 enum class RunText { plan, journal, neither };
 RunText runText(std::string_view text);
+// That the file is neither, and what it had to be.
+std::string neitherText(const std::string& file);
 
 // The history of what the text is. `file` is its name, for messages. Raises PlanRefused, with
 // colours if `colour`; and runtime_error, with a whole text, for a journal that cannot be applied

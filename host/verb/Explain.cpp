@@ -37,7 +37,9 @@ RunHistory history(const ExplainArguments& arguments, const Console& console) {
     if (!arguments.at.empty()) at = durationOption("--at", arguments.at);
     std::string text = wholeFile(arguments.file, console);
     const std::string name = inputName(arguments.file);
-    if (runText(text) == RunText::journal) {
+    const RunText kind = runText(text);
+    if (kind == RunText::neither) throw UsageError(neitherText(name));
+    if (kind == RunText::journal) {
         if (!arguments.settings.empty())
             throw UsageError(fmt::format(
                 "stagemgr: --set: {} is a journal, and what it records has happened; --set is for "

@@ -51,13 +51,16 @@ TEST(RunFile, EveryVerbWritesJson) {
 }
 
 TEST(RunFile, SaysWhatIsNeitherAPlanNorAJournal) {
-    const Ran ran = stagemgr({"time", "-"}, "hello\n");
+    for (const char* const verb : {"time", "explain"}) {
+        const Ran ran = stagemgr({verb, "-"}, "hello\n");
 
-    EXPECT_EQ(ran.status, exitUsage);
-    EXPECT_EQ(ran.out, "");
-    EXPECT_EQ(ran.err,
-              "<stdin>: neither a plan nor a journal: a plan is YAML or JSON with \"version\" and "
-              "\"stages\", a journal has one JSON object with \"op\" per line\n");
+        EXPECT_EQ(ran.status, exitUsage);
+        EXPECT_EQ(ran.out, "");
+        EXPECT_EQ(
+            ran.err,
+            "<stdin>: neither a plan nor a journal: a plan is YAML or JSON with \"version\" and "
+            "\"stages\", a journal has one JSON object with \"op\" per line\n");
+    }
 }
 
 TEST(RunFile, APlanInJsonMayCallSomethingOp) {
