@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <unordered_map>
-#include <unordered_set>
 
 #include "StageMgr/StageMgrStageClassDirSm.h"
 #include "host/Suggest.h"
@@ -11,6 +10,7 @@
 #include "model/AgentStatus.h"
 #include "model/AgentStatusLocal.h"
 #include "model/Types.h"
+#include "runtime/ActivityManager.h"
 #include "runtime/TreeObserver.h"
 #include "runtime/Type.h"
 
@@ -120,8 +120,12 @@ class Tree::Assumptions final : public Orv::TreeObserver {
     explicit Assumptions(const Tree& tree) : tree_(tree) {}
 
     bool contains(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
-        const auto found = events_.find(stageClass);
-        return found != events_.end() && found->second.contains(event);
+        return find(stageClass, event) != nullptr;
+    }
+    std::optional<double> reportedLate(const Orv::Name& stageClass,
+                                       const Stage::AgentStatusKey& event) const {
+        const std::optional<double>* const found = find(stageClass, event);
+        return found != nullptr ? *found : std::nullopt;
     }
 
     void onScalar(const Orv::Entity&, const Orv::Attribute&) override {}
@@ -129,26 +133,51 @@ class Tree::Assumptions final : public Orv::TreeObserver {
     void onEntry(const Orv::Dir&, const Orv::Entity&, bool) override {}
     void onMember(const Orv::Entity& entity, const Orv::Attribute&,
                   const Orv::Value& key) override {
-        if (entity.typeInfo() != &Stage::AgentStatusLocal::type()) return;
+        const bool managers = entity.typeInfo() == &Stage::AgentStatusLocal::type();
+        const bool agents = entity.typeInfo() == &Stage::AgentStatus::type();
+        if (!managers && !agents) return;
         Stage::AgentStatusKey event;
         if (!Orv::ValueTraits<Stage::AgentStatusKey>::read(key, event)) return;
+        // Both stand below their class.
+        const auto* const parent = dynamic_cast<const Orv::Entity*>(entity.parent());
+        if (parent == nullptr) return;
+        const Orv::Name stageClass = parent->key();
+        if (agents) {
+            if (static_cast<const Stage::AgentStatus&>(entity).complete(event))
+                reported(stageClass, event);
+            return;
+        }
         const auto& local = static_cast<const Stage::AgentStatusLocal&>(entity);
-        const auto* const manager = dynamic_cast<const Orv::Entity*>(local.parent());
-        if (manager == nullptr) return;
-        const Orv::Name stageClass = manager->key();
         if (local.complete(event) && !tree_.reported(stageClass, event))
-            events_[stageClass].insert(event);
+            events_[stageClass].try_emplace(event);
         else if (!local.complete().contains(event))
             events_[stageClass].erase(event);
     }
 
   private:
+    const std::optional<double>* find(const Orv::Name& stageClass,
+                                      const Stage::AgentStatusKey& event) const {
+        const auto events = events_.find(stageClass);
+        if (events == events_.end()) return nullptr;
+        const auto found = events->second.find(event);
+        return found != events->second.end() ? &found->second : nullptr;
+    }
+    void reported(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) {
+        const auto events = events_.find(stageClass);
+        if (events == events_.end()) return;
+        const auto found = events->second.find(event);
+        if (found != events->second.end() && !found->second)
+            found->second = Orv::System::currentTime();
+    }
+
     struct Hash {
         std::size_t operator()(const Stage::AgentStatusKey& key) const { return key.hash(); }
         std::size_t operator()(const Orv::Name& name) const { return name.hash(); }
     };
     const Tree& tree_;
-    std::unordered_map<Orv::Name, std::unordered_set<Stage::AgentStatusKey, Hash>, Hash> events_;
+    // By class; with the time when the agent reported after all.
+    using Events = std::unordered_map<Stage::AgentStatusKey, std::optional<double>, Hash>;
+    std::unordered_map<Orv::Name, Events, Hash> events_;
 };
 
 bool Tree::reported(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
@@ -159,6 +188,11 @@ bool Tree::reported(const Orv::Name& stageClass, const Stage::AgentStatusKey& ev
 
 bool Tree::assumed(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const {
     return assumptions_->contains(stageClass, event);
+}
+
+std::optional<double> Tree::reportedLate(const Orv::Name& stageClass,
+                                         const Stage::AgentStatusKey& event) const {
+    return assumptions_->reportedLate(stageClass, event);
 }
 
 std::string pathName(std::string_view name) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -63,6 +64,9 @@ class Tree {
     // Whether the manager has completed that event on its agent's behalf. The entities tell it only
     // until the agent reports after all, and what was assumed is never to be shown as reported.
     bool assumed(const Orv::Name& stageClass, const Stage::AgentStatusKey& event) const;
+    // When the agent of such an event reported after all, in seconds; absent: it has not.
+    std::optional<double> reportedLate(const Orv::Name& stageClass,
+                                       const Stage::AgentStatusKey& event) const;
 
     // A place in a directory.
     struct Place {

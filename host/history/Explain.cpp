@@ -140,9 +140,22 @@ std::vector<Cause> Waits::pending(std::size_t i) const {
         pending.text =
             fmt::format("{} has not reported for {}", shown(event.agent), shown(stage.name));
         if (stage.start) pending.text += ", which started at " + timeText(*stage.start);
-        if (stage.timedOut) {
-            pending.until = stage.timedOut;
+        pending.release =
+            fmt::format("the report of {} for {}", shown(event.agent), shown(stage.name));
+        // A stage that timed out and is still waited for is auto-completed as well.
+        const bool assumedFirst = stage.start && event.autoComplete && !run_.reboot &&
+                                  *stage.start + *event.autoComplete >= run_.end &&
+                                  (stage.timedOut || *event.autoComplete <= stage.limit);
+        if (stage.timedOut)
             pending.text += fmt::format(" and timed out at {}", timeText(*stage.timedOut));
+        if (assumedFirst) {
+            pending.until = *stage.start + *event.autoComplete;
+            pending.text += fmt::format("; without a report it is auto-completed at {}",
+                                        timeText(*pending.until));
+            pending.release +=
+                fmt::format(", or its auto-completion at {}", timeText(*pending.until));
+        } else if (stage.timedOut) {
+            pending.until = stage.timedOut;
         } else if (std::isinf(stage.limit)) {
             pending.text += " and has no limit";
         } else if (stage.start) {
@@ -150,8 +163,6 @@ std::vector<Cause> Waits::pending(std::size_t i) const {
             pending.text += fmt::format("; its limit of {} ends at {}", timeText(stage.limit),
                                         timeText(*pending.until));
         }
-        pending.release =
-            fmt::format("the report of {} for {}", shown(event.agent), shown(stage.name));
         causes.push_back(std::move(pending));
     }
     return causes;
@@ -466,8 +477,11 @@ std::vector<Cause> blemishes(const StageHistory& stage) {
         cause.stage = stage.name;
         cause.agent = event.agent;
         cause.since = event.end;
-        cause.text = fmt::format("{} did not report for {}; the manager assumed that it was done{}",
-                                 shown(event.agent), name,
+        cause.text = (event.reportedLate
+                          ? fmt::format("{} reported late for {}, at {}", shown(event.agent), name,
+                                        timeText(*event.reportedLate))
+                          : fmt::format("{} did not report for {}", shown(event.agent), name)) +
+                     fmt::format("; the manager assumed that it was done{}",
                                  event.end ? ", at " + timeText(*event.end) : std::string());
         causes.push_back(std::move(cause));
     }

@@ -294,6 +294,7 @@ Json stageJson(const InstanceHistory& instance, const StageHistory& stage, doubl
             {"limit", event.limit},
             {"autoComplete", jsonTime(event.autoComplete)},
             {"end", jsonTime(event.end)},
+            {"reportedLate", jsonTime(event.reportedLate)},
             {"own", stage.start ? Json(std::max(0.0, event.end.value_or(until) - *stage.start))
                                 : Json()}});
     return Json::Object{{"stage", stage.name},

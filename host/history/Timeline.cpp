@@ -133,7 +133,7 @@ class Timeline::State {
                                    const Stage::EventConfig& event) const;
 
     void fill(InstanceHistory& history, const Record& record, const Tree& tree) const;
-    StageHistory stageHistory(const Record& record, const StageOutcome& outcome,
+    StageHistory stageHistory(const Tree& tree, const Record& record, const StageOutcome& outcome,
                               const Stage::Status* status,
                               const Stage::InstanceStatusSm* instanceSm) const;
 
@@ -379,14 +379,14 @@ void Timeline::State::fill(InstanceHistory& history, const Record& record, const
     history.missing = outcome.missing;
     history.stages.clear();
     for (const StageOutcome& stage : outcome.stages)
-        history.stages.push_back(stageHistory(record, stage, status.get(), instanceSm));
+        history.stages.push_back(stageHistory(tree, record, stage, status.get(), instanceSm));
     // What it was made of has gone before it: that something ran is still true.
     for (const Started& started : record.started) {
         if (history.stage(started.name.view()) != nullptr) continue;
         StageOutcome stage;
         stage.stage = started.name;
         stage.state = StageOutcome::State::running;
-        history.stages.push_back(stageHistory(record, stage, nullptr, nullptr));
+        history.stages.push_back(stageHistory(tree, record, stage, nullptr, nullptr));
     }
     std::map<std::string_view, const StageHistory*> byName;
     for (const StageHistory& stage : history.stages) byName.emplace(stage.name, &stage);
@@ -406,8 +406,8 @@ void Timeline::State::fill(InstanceHistory& history, const Record& record, const
     }
 }
 
-StageHistory Timeline::State::stageHistory(const Record& record, const StageOutcome& outcome,
-                                           const Stage::Status* status,
+StageHistory Timeline::State::stageHistory(const Tree& tree, const Record& record,
+                                           const StageOutcome& outcome, const Stage::Status* status,
                                            const Stage::InstanceStatusSm* instanceSm) const {
     StageHistory made;
     made.name = text(outcome.stage);
@@ -428,8 +428,13 @@ StageHistory Timeline::State::stageHistory(const Record& record, const StageOutc
     made.start = started.start;
     if (stage)
         for (const auto& [agent, event] : stage->event())
-            if (const auto known = started.places.find(agent.view()); known != started.places.end())
+            if (const auto known = started.places.find(agent.view());
+                known != started.places.end()) {
                 made.events.push_back(started.events[known->second]);
+                if (made.events.back().how == EventHistory::End::assumed)
+                    made.events.back().reportedLate = tree.reportedLate(
+                        record.stageClass, {agent, outcome.stage, record.instance});
+            }
     for (const auto& [agent, known] : started.places)
         if (!stage || !stage->event(agent)) made.events.push_back(started.events[known]);
     const Stage::StageSm* const stageSm =

@@ -30,6 +30,8 @@ struct EventHistory {
     std::optional<double> autoComplete;  // seconds after the start
     End how = End::pending;
     std::optional<double> end;
+    // assumed: when its agent reported after all.
+    std::optional<double> reportedLate;
 };
 
 struct StageHistory {

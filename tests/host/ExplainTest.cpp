@@ -175,6 +175,24 @@ TEST(Explain, NothingButTheRebootReleasesWhatItStopped) {
     EXPECT_THAT(releases(told), ElementsAre(StartsWith("only the reboot")));
 }
 
+TEST(Explain, KnowsThatAReportWillBeAssumed) {
+    Plan plan = chain();
+    plan.classes[0].stages[1].participants[0].autoComplete = 4;
+
+    const Explanation told = ofStage(plan, "db", 5);
+    EXPECT_EQ(told.causes[0].text,
+              "postgres has not reported for db, which started at 2s; without a report it is "
+              "auto-completed at 6s");
+    EXPECT_EQ(told.causes[0].until, 6.0);
+    EXPECT_THAT(releases(told),
+                ElementsAre("the report of postgres for db, or its auto-completion at 6s"));
+
+    // The limit ends before.
+    plan.classes[0].stages[1].participants[0].limit = 3;
+    EXPECT_THAT(ofStage(plan, "db", 4).causes[0].text, EndsWith("; its limit of 3s ends at 5s"));
+    EXPECT_THAT(releases(ofStage(plan, "db", 4)), ElementsAre("the report of postgres for db"));
+}
+
 TEST(Explain, EachStageIsFollowedOnce) {
     Plan plan = chain();
     plan.classes[0].stages.push_back(stage("cache", {"db"}, {takes("memcached", 4)}));
@@ -248,8 +266,10 @@ TEST(Explain, FindsWhatWentWrongOnTheWay) {
     ASSERT_THAT(causes(told), ElementsAre("passed-over power:psu", "assumed db:postgres"));
     EXPECT_EQ(told.causes[0].text,
               "power timed out at 1s, and progression went on without it; too late came psu");
-    EXPECT_THAT(told.causes[1].text, StartsWith("postgres did not report for db; the manager "
-                                                "assumed that it was done"));
+    EXPECT_EQ(told.causes[1].text,
+              "postgres reported late for db, at 11s; the manager assumed that it was done, at 5s");
+    EXPECT_EQ(ofInstance(plan, 10).causes[1].text,
+              "postgres did not report for db; the manager assumed that it was done, at 5s");
 }
 
 struct Ran {
