@@ -341,21 +341,21 @@ class Picture {
     void event(const StageHistory& stage, const EventHistory& event, double last) {
         using End = EventHistory::End;
         const double end = event.end.value_or(std::max(last, *stage.start));
-        const bool late = stage.timedOut && end > *stage.timedOut;
-        const Look look = event.how == End::assumed                     ? Look::assumed
-                          : event.how == End::pending && stage.timedOut ? Look::timedOut
-                          : event.how == End::pending                   ? Look::underWay
-                          : late                                        ? Look::timedOut
-                                                                        : Look::work;
+        // When its stage timed out. Until then it was in time, but for one that was passed over:
+        // that looks like its stage.
+        const double out = std::clamp(stage.timedOut.value_or(end), *stage.start, end);
+        const bool passedOver = stage.outcome.state == StageOutcome::State::passedOver;
+        const Look look = event.how == End::assumed                 ? Look::assumed
+                          : event.how == End::pending && passedOver ? Look::timedOut
+                          : event.how == End::pending               ? Look::underWay
+                                                                    : Look::work;
         const std::string what =
             fmt::format("{}:{}: {} ({})", printable(stage.name), printable(event.agent),
                         timeText(end - *stage.start), endName(event.how));
         text(chartLeft_ - 10.0, y_ + 9.5, fittingText(event.agent, nameWidth_ - 14.0, smallLetters),
              smallLetters, R"(text-anchor="end" class="pale")");
-        const double change = late && event.how != End::pending ? *stage.timedOut : end;
-        bar(change < end ? Look::work : look, *stage.start, change, y_ + 2.5, eventHeight - 6.0,
-            what);
-        if (change < end) bar(look, change, end, y_ + 2.5, eventHeight - 6.0, what);
+        bar(look, *stage.start, out, y_ + 2.5, eventHeight - 6.0, what);
+        if (out < end) bar(Look::timedOut, out, end, y_ + 2.5, eventHeight - 6.0, what);
         const double limit = *stage.start + event.limit;
         if (event.limit != stage.limit && limit <= origin_ + span_)
             line(Look::limit, limit, y_ + 1.0, y_ + eventHeight - 1.0,

@@ -1,9 +1,14 @@
 #include "host/history/Plot.h"
 
+#include <fmt/format.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <regex>
+#include <set>
 #include <sstream>
 
+#include "host/history/Svg.h"
 #include "host/session/RunSource.h"
 #include "tests/host/HostileNames.h"
 #include "tests/host/Journals.h"
@@ -12,6 +17,8 @@
 
 namespace Host {
 namespace {
+
+using testing::UnorderedElementsAre;
 
 bool holds(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
@@ -50,6 +57,50 @@ TEST(Plot, ShowsParticipantsWhenAsked) {
 
     EXPECT_TRUE(holds(plot(run, {"plan.yaml", true}), ">fans</text>"));
     EXPECT_FALSE(holds(plot(run, {"plan.yaml", false}), ">fans</text>"));
+}
+
+// Of the bars of that look, where they begin and how wide they are; those of the legend are no
+// bars.
+std::set<std::string> bars(const std::string& svg, const std::string& look) {
+    std::set<std::string> found;
+    const std::regex bar("<rect class=\"" + look +
+                         "\" x=\"([0-9.]+)\" y=\"[0-9.]+\" width=\"([0-9.]+)\" "
+                         "height=\"[0-9.]+\"><title>([^ <]*): ");
+    for (std::sregex_iterator at(svg.begin(), svg.end(), bar), end; at != end; ++at)
+        found.insert(at->str(3) + " " + at->str(1) + " " + at->str(2));
+    return found;
+}
+
+// In time up to the limit, and from then on timed out: the stage and its participant alike.
+TEST(Plot, ShowsFromWhenOnAParticipantIsOverdue) {
+    Plan plan = planOf({stageClass(
+        "boot", {stage("power", {}, {takes("psu", 8)}), stage("disks", {"power"}, {takes("a", -1)}),
+                 stage("net", {"power"}, {takes("b", 12)})})});
+    for (PlanStage& stage : plan.classes[0].stages) {
+        stage.participants[0].critical = true;
+        stage.participants[0].limit = 4.0;
+    }
+    plan.classes[0].onTimeout = OnTimeout::wait;
+
+    const RunHistory run = planRun(plan);
+    const std::string svg = plot(run, {"plan.yaml", true});
+
+    // From 0 s to 20 s.
+    EXPECT_EQ(run.end, 20.0);
+    const auto at = [&](const std::string& name, double from, double to) {
+        static const std::regex first("<rect class=\"work\" x=\"([0-9.]+)\"[^>]*><title>power:");
+        std::smatch left;
+        EXPECT_TRUE(std::regex_search(svg, left, first));
+        const double second = 1000.0 / 20.1;
+        return fmt::format("{} {} {}", name, svgNumber(std::stod(left.str(1)) + from * second),
+                           svgNumber((to - from) * second));
+    };
+    EXPECT_THAT(bars(svg, "under-way"),
+                UnorderedElementsAre(at("disks", 8, 12), at("disks:a", 8, 12)));
+    EXPECT_THAT(
+        bars(svg, "timed-out"),
+        UnorderedElementsAre(at("power", 4, 8), at("power:psu", 4, 8), at("disks", 12, 20),
+                             at("disks:a", 12, 20), at("net", 12, 20), at("net:b", 12, 20)));
 }
 
 TEST(Plot, TakesRunsInWhichNothingHappens) {
