@@ -74,6 +74,7 @@ class Waits {
 
 std::vector<Cause> Waits::instanceCauses() const {
     std::vector<Cause> causes;
+    if (instance_.state == InstanceOutcome::State::complete) return causes;
     if (instance_.disabled) {
         Cause gone{0, Kind::notEnabled};
         gone.since = instance_.disabled;
@@ -735,6 +736,8 @@ Explanation explainInstance(const RunHistory& run, const InstanceHistory& instan
     made.text = instance.complete && instance.state == InstanceOutcome::State::complete
                     ? "complete at " + timeText(*instance.complete)
                     : std::string(howItStands(instance.state));
+    if (instance.state == InstanceOutcome::State::complete && instance.disabled)
+        made.text += ", and taken away at " + timeText(*instance.disabled);
     return made;
 }
 

@@ -6,7 +6,9 @@
 #include <sstream>
 
 #include "host/CommandLine.h"
+#include "host/session/RunSource.h"
 #include "host/session/Simulation.h"
+#include "tests/host/Journals.h"
 #include "tests/host/Plans.h"
 
 namespace Host {
@@ -221,6 +223,37 @@ TEST(Explain, NothingIsWrongWithACompleteInstance) {
     EXPECT_TRUE(told.good);
     EXPECT_THAT(causes(told), IsEmpty());
     EXPECT_EQ(told.text, "complete at 13s");
+}
+
+TEST(Explain, ARebootIsNothingToWhatWasCompleteBefore) {
+    Plan plan = chain();
+    plan.classes.push_back(stageClass("late", {stage("slow", {}, {takes("a", -1)})}));
+    plan.classes[1].deadline = 20;
+
+    const RunHistory run = runOf(plan);
+
+    ASSERT_TRUE(run.reboot);
+    const Explanation complete = explainInstance(run, run.instances[0]);
+    EXPECT_TRUE(complete.good);
+    EXPECT_EQ(complete.text, "complete at 13s");
+    EXPECT_THAT(releases(complete), IsEmpty());
+    EXPECT_THAT(releases(explainInstance(run, run.instances[1])),
+                ElementsAre(StartsWith("only the reboot")));
+}
+
+TEST(Explain, NothingIsWrongWithWhatWasTakenAwayWhenItWasComplete) {
+    const Lines journal =
+        bootClass() + agent("psu", "power", 90) + enable("main") +
+        report(2, "psu", "power", "main") +
+        R"({"at":3,"op":"set","path":"/enable/boot","attr":"enabled","key":"main","value":false})";
+    std::istringstream in(text(journal));
+    const RunHistory run = journalRun(in);
+
+    const Explanation told = explainInstance(run, run.instances.at(0));
+
+    EXPECT_TRUE(told.good);
+    EXPECT_EQ(told.text, "complete at 2s, and taken away at 3s");
+    EXPECT_THAT(causes(told), IsEmpty());
 }
 
 TEST(Explain, FindsTheRootsOfWhatIsNotAsItShouldBe) {
