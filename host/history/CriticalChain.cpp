@@ -2,7 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <set>
+#include <utility>
 
 #include "host/Utf8.h"
 #include "host/history/StageTimes.h"
@@ -20,40 +22,120 @@ struct Node {
     std::vector<std::size_t> below{};  // numbers of nodes
 };
 
-// Deep chains are walked by hand: as deep as a run has stages is too deep for calls.
-std::vector<Node> treeOf(const InstanceHistory& instance, const StageHistory& top, double fuzz) {
-    std::vector<Node> nodes{{top.name, &top}};
-    std::set<std::string_view> met{top.name};
-    std::vector<std::size_t> open{0};
-    while (!open.empty()) {
-        const std::size_t at = open.back();
-        open.pop_back();
-        const StageHistory* const stage = nodes[at].stage;
-        if (stage == nullptr) continue;
-        const std::vector<const StageHistory*> latest = latestDependencies(instance, *stage);
-        std::vector<std::size_t> below;
-        const auto add = [&](const std::string& name, const StageHistory* other) {
-            if (!met.insert(name).second) return;
-            below.push_back(nodes.size());
-            nodes.push_back({name, other, nodes[at].depth + 1});
-        };
-        if (!stage->start)
-            for (const std::string& name : stage->dependencies)
-                if (instance.stage(name) == nullptr) add(name, nullptr);
+// What stands below what.
+class Chain {
+  public:
+    Chain(const InstanceHistory& instance, const StageHistory& top, double fuzz)
+        : instance_(instance), fuzz_(fuzz), nodes_{{top.name, &top}}, met_{top.name} {
+        grow(0);
+        growCritical();
+    }
+
+    std::vector<Node> nodes() && { return std::move(nodes_); }
+
+  private:
+    // Deep chains are walked by hand: as deep as a run has stages is too deep for calls.
+    void grow(std::size_t from) {
+        std::vector<std::size_t> open{from};
+        while (!open.empty()) {
+            const std::size_t at = open.back();
+            open.pop_back();
+            const StageHistory* const stage = nodes_[at].stage;
+            if (stage == nullptr) continue;
+            const std::size_t first = nodes_[at].below.size();
+            if (stage->start)
+                addWaitedFor(at, *stage);
+            else
+                addAwaited(at, *stage);
+            // The first is shown first, with all that is below it.
+            const std::vector<std::size_t>& below = nodes_[at].below;
+            for (std::size_t i = below.size(); i-- > first;) open.push_back(below[i]);
+        }
+    }
+
+    void add(std::size_t to, const std::string& name, const StageHistory* stage) {
+        if (!met_.insert(stage != nullptr ? std::string_view(stage->name) : name).second) return;
+        nodes_[to].below.push_back(nodes_.size());
+        nodes_.push_back({name, stage, nodes_[to].depth + 1});
+    }
+
+    // What let it start, and what was hardly earlier.
+    void addWaitedFor(std::size_t at, const StageHistory& stage) {
+        std::vector<const StageHistory*> latest = latestDependencies(instance_, stage);
+        if (const auto wait = criticalWait(instance_, stage); wait && wait->opener != nullptr) {
+            std::erase(latest, wait->opener);
+            latest.insert(latest.begin(), wait->opener);
+        }
         std::optional<double> newest;
         for (const StageHistory* const other : latest) {
             // What has not ended holds back for longer than anything that has.
-            if (other->end && newest && *other->end < *newest - fuzz) break;
-            if (other->end && !newest && other != latest.front() && !stage->start) break;
+            if (other->end && newest && *other->end < *newest - fuzz_) break;
             if (other->end && !newest) newest = other->end;
-            add(other->name, other);
+            add(at, other->name, other);
         }
-        // The first is shown first, with all that is below it.
-        for (auto number = below.rbegin(); number != below.rend(); ++number)
-            open.push_back(*number);
-        nodes[at].below = std::move(below);
     }
-    return nodes;
+
+    // What one that has not started still waits for, except that critical stages start first.
+    void addAwaited(std::size_t at, const StageHistory& stage) {
+        for (const std::string& name : stage.dependencies)
+            if (instance_.stage(name) == nullptr) add(at, name, nullptr);
+        for (const StageHistory* const other : latestDependencies(instance_, stage))
+            if (!other->end) add(at, other->name, other);
+        if (!waitsForNextCompletion(instance_, stage)) return;
+        for (const StageHistory& other : instance_.stages)
+            if (other.start && !other.end) add(at, other.name, &other);
+    }
+
+    static bool heldForCritical(const Node& node) {
+        return node.stage != nullptr && !node.stage->start && node.stage->outcome.heldByCritical;
+    }
+
+    // Critical stages that have not started stand below what is held for them, once, and as far
+    // down as it goes. Which of them come after others is seen below them.
+    void growCritical() {
+        const auto held = std::find_if(nodes_.begin(), nodes_.end(), heldForCritical);
+        if (held == nodes_.end()) return;
+        auto at = static_cast<std::size_t>(held - nodes_.begin());
+        for (bool deeper = true; deeper;) {
+            deeper = false;
+            for (const std::size_t below : nodes_[at].below) {
+                if (!heldForCritical(nodes_[below])) continue;
+                at = below;
+                deeper = true;
+                break;
+            }
+        }
+        std::set<std::string_view> needed;
+        for (const StageHistory& stage : instance_.stages)
+            if (!stage.start && stage.outcome.critical)
+                needed.insert(stage.dependencies.begin(), stage.dependencies.end());
+        // In a circle each is needed.
+        for (const bool alsoNeeded : {false, true})
+            for (const StageHistory& stage : instance_.stages) {
+                if (stage.start || !stage.outcome.critical || met_.contains(stage.name) ||
+                    (!alsoNeeded && needed.contains(stage.name)))
+                    continue;
+                add(at, stage.name, &stage);
+                grow(nodes_.size() - 1);
+            }
+    }
+
+    const InstanceHistory& instance_;
+    double fuzz_;
+    std::vector<Node> nodes_;
+    std::set<std::string_view> met_;
+};
+
+std::vector<Node> treeOf(const InstanceHistory& instance, const StageHistory& top, double fuzz) {
+    return Chain(instance, top, fuzz).nodes();
+}
+
+// Whom a stage was held for, behind "held 5s".
+std::string heldBy(const InstanceHistory& instance, const StageHistory& stage) {
+    const std::optional<CriticalWait> wait = criticalWait(instance, stage);
+    if (!wait) return {};
+    return wait->until < *stage.start ? " for critical stages and by the operator"
+                                      : " for critical stages";
 }
 
 std::string timesOf(const InstanceHistory& instance, const Node& node, double until) {
@@ -64,8 +146,7 @@ std::string timesOf(const InstanceHistory& instance, const Node& node, double un
     if (stage.start) {
         text = "@" + timeText(*stage.start - instance.enabled) + " +" + timeText(times.own);
         if (times.held > 0.0)
-            text += fmt::format(" (held {}{})", timeText(times.held),
-                                heldFor(instance, stage) != nullptr ? " for critical stages" : "");
+            text += fmt::format(" (held {}{})", timeText(times.held), heldBy(instance, stage));
     }
     const std::string mark = markText(instance, stage);
     if (!mark.empty()) text += fmt::format("{}({})", text.empty() ? "" : " ", mark);

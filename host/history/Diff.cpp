@@ -4,7 +4,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <limits>
 #include <map>
+#include <queue>
+#include <utility>
 
 #include "host/Table.h"
 #include "host/Utf8.h"
@@ -20,15 +24,15 @@ constexpr double tolerance = 1e-3;
 bool changed(double by) { return std::abs(by) > tolerance; }
 
 // How long a complete instance would have taken, had its stages other own times: each starts as
-// long after what it waited for as it did.
+// long after what it waited for as it did. It goes from completion to completion, as the manager
+// does: what is not critical starts in the pass after the one that started the last critical stage,
+// and a pass is made whenever stages are complete.
 class Model {
   public:
     explicit Model(const InstanceHistory& instance) : stages_(instance.stages.size()) {
         std::map<std::string_view, std::size_t> numbers;
         for (std::size_t i = 0; i < instance.stages.size(); ++i)
             numbers.emplace(instance.stages[i].name, i);
-        // The others start when the last critical one has started.
-        double gate = 0.0;
         for (std::size_t i = 0; i < instance.stages.size(); ++i) {
             const StageHistory& stage = instance.stages[i];
             Stage& made = stages_[i];
@@ -37,78 +41,187 @@ class Model {
             made.start = *stage.start - instance.enabled;
             made.own = *stage.end - *stage.start;
             made.critical = stage.outcome.critical;
-            if (made.critical) gate = std::max(gate, made.start);
             for (const std::string& name : stage.dependencies)
                 if (const auto other = numbers.find(name); other != numbers.end())
                     made.after.push_back(other->second);
         }
-        for (Stage& stage : stages_) {
+        for (std::size_t i = 0; i < stages_.size(); ++i) {
+            Stage& stage = stages_[i];
             std::erase_if(stage.after, [&](std::size_t other) {
                 return !stages_[other].ran ||
-                       stages_[other].start + stages_[other].own > stage.start + 1e-9;
+                       stages_[other].start + stages_[other].own > stage.start + sameTime;
             });
-            double ready = 0.0;
-            for (const std::size_t other : stage.after)
-                ready = std::max(ready, stages_[other].start + stages_[other].own);
-            stage.gated = !stage.critical && gate > ready && stage.start >= gate;
-            stage.rest = stage.start - (stage.gated ? gate : ready);
+            for (const std::size_t other : stage.after) stages_[other].before.push_back(i);
         }
-        // What a stage waited for started no later than it; of one moment, in the order of waiting.
-        sort();
+        Progression(stages_, stages_.size(), 0.0).learn(stages_);
     }
 
+    // With that stage's own time instead of its own; that of none: as it was.
     double total(std::size_t changed, double own) const {
-        std::vector<double> end(stages_.size());
-        double gate = 0.0;
-        double last = 0.0;
-        for (const bool gated : {false, true})
-            for (const std::size_t i : order_) {
-                const Stage& stage = stages_[i];
-                if (stage.gatedBelow != gated) continue;
-                double start = stage.gated ? gate : 0.0;
-                for (const std::size_t other : stage.after) start = std::max(start, end[other]);
-                start += stage.rest;
-                if (stage.critical) gate = std::max(gate, start);
-                end[i] = start + (i == changed ? own : stage.own);
-                last = std::max(last, end[i]);
-            }
-        return last;
+        return Progression(stages_, changed, own).total();
     }
 
   private:
+    // No more apart than sums of the same times may be.
+    static constexpr double sameTime = 1e-6;
+    static constexpr double never = std::numeric_limits<double>::infinity();
+
+    // What a stage waits for besides those that it comes after.
+    enum class Gate {
+        none,      // nothing; or it did not wait, since the last critical one became so later
+        pass,      // the pass after that in which the last critical stage started
+        critical,  // the start of the last critical stage: the operator called for the next pass
+    };
     struct Stage {
         bool ran = false;
         bool critical = false;
-        bool gated = false;
-        bool gatedBelow = false;  // it is, or it waits for one that is
+        Gate gate = Gate::none;
         double start = 0.0;
         double own = 0.0;
-        double rest = 0.0;
-        std::vector<std::size_t> after{};
+        double rest = 0.0;                 // from the end of its waiting to its start
+        std::vector<std::size_t> after{};  // that it waited for
+        std::vector<std::size_t> before{};
     };
 
-    void sort() {
-        std::vector<std::size_t> waits(stages_.size());
-        std::vector<std::vector<std::size_t>> behind(stages_.size());
-        for (std::size_t i = 0; i < stages_.size(); ++i)
-            for (const std::size_t other : stages_[i].after) {
-                behind[other].push_back(i);
-                ++waits[i];
-            }
-        for (std::size_t i = 0; i < stages_.size(); ++i)
-            if (waits[i] == 0 && stages_[i].ran) order_.push_back(i);
-        for (std::size_t at = 0; at < order_.size(); ++at) {
-            Stage& stage = stages_[order_[at]];
-            stage.gatedBelow = stage.gatedBelow || stage.gated;
-            for (const std::size_t next : behind[order_[at]]) {
-                if (stage.gatedBelow) stages_[next].gatedBelow = true;
-                if (--waits[next] == 0 && stages_[next].ran) order_.push_back(next);
+    // One run of it.
+    class Progression {
+      public:
+        Progression(const std::vector<Stage>& stages, std::size_t changed, double own)
+            : stages_(stages), changed_(changed), own_(own), waits_(stages.size()) {}
+
+        double total() {
+            begin();
+            while (!events_.empty()) step();
+            return last_;
+        }
+
+        // Goes through the run as it was, and writes down what each stage waited for and how long
+        // it rested then.
+        void learn(std::vector<Stage>& stages) {
+            learned_ = &stages;
+            begin();
+            for (;;) {
+                const double next = events_.empty() ? never : events_.top().time;
+                // The operator let it start.
+                const auto early = std::min_element(
+                    free_.begin(), free_.end(),
+                    [&](auto a, auto b) { return stages_[a].start < stages_[b].start; });
+                if (early != free_.end() && stages_[*early].start < next - sameTime) {
+                    const std::size_t i = *early;
+                    free_.erase(early);
+                    const bool critical = criticalNotStarted_ == 0;
+                    learned(i, critical ? Gate::critical : Gate::none,
+                            critical ? std::max(freeSince_[i], lastCritical_) : freeSince_[i]);
+                    start(i, stages_[i].start);
+                } else if (next < never) {
+                    step();
+                } else {
+                    return;
+                }
             }
         }
-    }
+
+      private:
+        struct Event {
+            double time;
+            std::size_t stage;
+            bool ends;  // or else it starts
+            bool operator>(const Event& other) const { return time > other.time; }
+        };
+
+        void begin() {
+            freeSince_.resize(stages_.size());
+            for (std::size_t i = 0; i < stages_.size(); ++i) {
+                waits_[i] = stages_[i].after.size();
+                if (stages_[i].ran && stages_[i].critical) ++criticalNotStarted_;
+                if (stages_[i].ran && waits_[i] == 0) free_.push_back(i);
+            }
+            pass(0.0);
+        }
+
+        void step() {
+            const double now = events_.top().time;
+            bool some = false;  // is complete
+            while (!events_.empty() && events_.top().time <= now + sameTime) {
+                const Event event = events_.top();
+                events_.pop();
+                if (!event.ends) {
+                    start(event.stage, event.time);
+                    continue;
+                }
+                some = true;
+                last_ = std::max(last_, event.time);
+                for (const std::size_t next : stages_[event.stage].before) {
+                    if (--waits_[next] != 0 || !stages_[next].ran) continue;
+                    freeSince_[next] = now;
+                    free_.push_back(next);
+                }
+            }
+            if (some) pass(now);
+        }
+
+        void pass(double now) {
+            open_ = open_ || criticalNotStarted_ == 0;
+            const std::vector<std::size_t> free = std::exchange(free_, {});
+            // The critical ones first: what waits for nothing but their starts goes on.
+            for (const bool critical : {true, false})
+                for (const std::size_t i : free) {
+                    const Stage& stage = stages_[i];
+                    if (stage.critical != critical) continue;
+                    if (held(stage)) {
+                        free_.push_back(i);
+                        continue;
+                    }
+                    if (learned_ != nullptr) learned(i, critical ? Gate::none : Gate::pass, now);
+                    if (stage.rest > 0.0)
+                        events_.push({now + stage.rest, i, false});
+                    else
+                        start(i, now);
+                }
+        }
+
+        bool held(const Stage& stage) const {
+            if (learned_ != nullptr) return !stage.critical && !open_;
+            return (stage.gate == Gate::pass && !open_) ||
+                   (stage.gate == Gate::critical && criticalNotStarted_ != 0);
+        }
+
+        void learned(std::size_t i, Gate gate, double waited) {
+            Stage& stage = (*learned_)[i];
+            stage.gate = gate;
+            stage.rest = stage.start - waited;
+            if (stage.rest < sameTime) stage.rest = 0.0;
+        }
+
+        void start(std::size_t i, double now) {
+            if (learned_ != nullptr) now = stages_[i].start;  // lest differences add up
+            events_.push({now + (i == changed_ ? own_ : stages_[i].own), i, true});
+            if (!stages_[i].critical) return;
+            lastCritical_ = now;
+            if (--criticalNotStarted_ != 0 || learned_ != nullptr) return;
+            // What waited for no pass starts now.
+            for (const std::size_t other : std::exchange(free_, {}))
+                if (stages_[other].gate == Gate::critical)
+                    events_.push({now + stages_[other].rest, other, false});
+                else
+                    free_.push_back(other);
+        }
+
+        const std::vector<Stage>& stages_;
+        std::size_t changed_;
+        double own_;
+        std::vector<Stage>* learned_ = nullptr;
+        std::vector<std::size_t> waits_;  // how many it still waits for
+        std::vector<std::size_t> free_;   // that wait for none, and have not started
+        std::vector<double> freeSince_;
+        std::size_t criticalNotStarted_ = 0;
+        double lastCritical_ = 0.0;  // when it started
+        bool open_ = false;
+        double last_ = 0.0;
+        std::priority_queue<Event, std::vector<Event>, std::greater<>> events_;
+    };
 
     std::vector<Stage> stages_;
-    std::vector<std::size_t> order_;
 };
 
 std::string outcomeOf(const InstanceHistory& instance, const StageHistory& stage) {
@@ -185,11 +298,10 @@ void compareStages(InstanceDiff& instance, double beforeUntil, double afterUntil
             made.participants = eventDiffs(*before, beforeUntil, after, afterUntil);
         } else if (made.startChange && changed(*made.startChange)) {
             made.kind = StageDiff::Kind::waited;
-            const std::vector<const StageHistory*> latest =
-                latestDependencies(*instance.after, after);
-            // Held longer than its dependencies took: no stage is to blame.
-            if (!latest.empty() && stageTimes(*instance.after, after, afterUntil).held <= tolerance)
-                made.waitedFor = latest.front()->name;
+            // When the operator held it longer, no stage is to blame.
+            const StageHistory* const cause = startedAfter(*instance.after, after);
+            if (cause != nullptr && *after.start - *cause->end <= tolerance)
+                made.waitedFor = cause->name;
         } else if (made.outcomeBefore == made.outcomeAfter) {
             continue;
         }

@@ -35,7 +35,8 @@ struct StageDiff {
     // By how much the second run would be shorter (below 0: longer) if it took as long as in the
     // first one. 0 unless both instances are complete.
     double explains = 0.0;
-    // waited: the stage that it waited for; empty: the operator, or a critical stage.
+    // waited: the stage whose completion let it start; empty: the operator did, or its instance's
+    // beginning.
     std::string waitedFor;
     // What its outcome was and is, with its marks; empty: "complete", without marks.
     std::string outcomeBefore;

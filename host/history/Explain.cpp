@@ -8,6 +8,7 @@
 #include <unordered_map>
 
 #include "host/Words.h"
+#include "host/history/StageTimes.h"
 #include "host/plan/Duration.h"
 
 namespace Host {
@@ -323,79 +324,70 @@ class Ascent {
             seen[place] = true;
             const StageHistory& stage = waits_.stage(place);
             const double ready = stage.ready.value_or(instance_.enabled);
-            std::size_t next = waits_.size();
-            if (*stage.start > ready) {
-                next = criticalBefore(place, ready);
-                held(stage, ready, next);
-                if (next == waits_.size()) break;
-                place = next;
-                continue;
-            }
-            next = lastDependency(stage);
-            if (next == waits_.size()) {
+            const std::optional<CriticalWait> wait = criticalWait(instance_, stage);
+            const double free = wait ? wait->until : ready;
+            if (*stage.start > free) held(stage, free, wait ? "could have started" : "was ready");
+            if (wait) heldForCritical(stage, *wait, ready);
+            const StageHistory* const before = startedAfter(instance_, stage);
+            if (before == nullptr) {
                 began(stage);
                 break;
             }
-            took(stage, waits_.stage(next));
-            place = next;
+            if (wait && wait->opener == before)
+                opened(stage, *before);
+            else
+                took(stage, *before);
+            place = waits_.place(before->name);
         }
         return std::move(causes_);
     }
 
   private:
-    // The critical one that started last, in the time while the stage was ready.
-    std::size_t criticalBefore(std::size_t place, double ready) const {
-        std::size_t last = waits_.size();
-        if (waits_.stage(place).outcome.critical) return last;
-        for (std::size_t i = 0; i < waits_.size(); ++i) {
-            const StageHistory& other = waits_.stage(i);
-            if (i == place || !other.outcome.critical || !other.start || *other.start < ready ||
-                *other.start > *waits_.stage(place).start)
-                continue;
-            if (last == waits_.size() || *other.start > *waits_.stage(last).start) last = i;
-        }
-        return last;
+    void held(const StageHistory& stage, double since, const char* what) {
+        Cause cause{0, Kind::held};
+        cause.stage = stage.name;
+        cause.since = since;
+        cause.until = stage.start;
+        cause.text = fmt::format("{} {} at {}, and was held by the operator for {}, until {}",
+                                 shown(stage.name), what, timeText(since),
+                                 timeText(*stage.start - since), timeText(*stage.start));
+        causes_.push_back(std::move(cause));
     }
 
-    std::size_t lastDependency(const StageHistory& stage) const {
-        std::size_t last = waits_.size();
-        for (const std::string& name : stage.dependencies) {
-            const std::size_t other = waits_.place(name);
-            if (other == waits_.size() || !waits_.stage(other).end ||
-                *waits_.stage(other).end > *stage.start || !waits_.stage(other).start)
-                continue;
-            if (last == waits_.size() || *waits_.stage(other).end > *waits_.stage(last).end)
-                last = other;
-        }
-        return last;
-    }
-
-    void held(const StageHistory& stage, double ready, std::size_t by) {
+    void heldForCritical(const StageHistory& stage, const CriticalWait& wait, double ready) {
         Cause cause{0, Kind::held};
         cause.stage = stage.name;
         cause.since = ready;
-        cause.until = stage.start;
-        const std::string length = timeText(*stage.start - ready);
-        if (by == waits_.size())
-            cause.text =
-                fmt::format("{} was ready at {}, and held by the operator for {}, until {}",
-                            shown(stage.name), timeText(ready), length, timeText(*stage.start));
-        else
-            cause.text = fmt::format(
-                "{} was ready at {}, but the critical stage {} started first, {} later, at {}",
-                shown(stage.name), timeText(ready), shown(waits_.stage(by).name),
-                timeText(*waits_.stage(by).start - ready), timeText(*waits_.stage(by).start));
+        cause.until = wait.until;
+        cause.text = fmt::format(
+            "{} was ready at {}, but critical stages start first: the last of them, {}, started "
+            "at {}",
+            shown(stage.name), timeText(ready), shown(wait.last->name),
+            timeText(*wait.last->start));
+        if (wait.opener == nullptr && *wait.last->start < *stage.start)
+            cause.text += fmt::format("; the manager looked again at {}", timeText(*stage.start));
         causes_.push_back(std::move(cause));
     }
 
     void took(const StageHistory& stage, const StageHistory& other) {
+        took(fmt::format("{} comes after {}", shown(stage.name), shown(other.name)), other);
+    }
+
+    // The one whose completion ended the wait for critical stages.
+    void opened(const StageHistory& stage, const StageHistory& other) {
+        took(fmt::format("then {} had to wait until the next stage was complete: {}",
+                         shown(stage.name), shown(other.name)),
+             other);
+    }
+
+    void took(const std::string& how, const StageHistory& other) {
         Cause cause{0, Kind::took};
         cause.stage = other.name;
         cause.since = other.start;
         cause.until = other.end;
-        cause.text = fmt::format(
-            "{} comes after {}, which took {}, from {} to {}", shown(stage.name), shown(other.name),
-            timeText(*other.end - *other.start), timeText(*other.start), timeText(*other.end));
+        cause.text = fmt::format("{}, which took {}, from {} to {}", how,
+                                 timeText(*other.end - *other.start), timeText(*other.start),
+                                 timeText(*other.end));
         if (other.outcome.state == State::passedOver) {
             cause.text += ", when it timed out and was passed over";
             std::vector<std::string> lost;
@@ -427,8 +419,11 @@ class Ascent {
         Cause cause{0, Kind::began};
         cause.stage = stage.name;
         cause.since = instance_.enabled;
-        cause.text = fmt::format("{} comes after no other, and its instance began at {}",
-                                 shown(stage.name), timeText(instance_.enabled));
+        // It may come after one that does not exist any more.
+        cause.text =
+            fmt::format("{} {}, and its instance began at {}", shown(stage.name),
+                        stage.dependencies.empty() ? "comes after no other" : "waited for no other",
+                        timeText(instance_.enabled));
         causes_.push_back(std::move(cause));
     }
 

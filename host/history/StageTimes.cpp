@@ -37,6 +37,8 @@ std::string whyNotStarted(const InstanceHistory& instance, const StageHistory& s
         reasons.emplace_back("a reboot was requested");
     else if (instance.suspended)
         reasons.emplace_back("the instance is suspended");
+    else if (!instance.disabled && waitsForNextCompletion(instance, stage))
+        reasons.emplace_back("starts when the next stage is complete");
     return reasons.empty() ? "not started"
                            : fmt::format("not started: {}", fmt::join(reasons, ", "));
 }
@@ -132,15 +134,48 @@ StageTimes stageTimes(const InstanceHistory& instance, const StageHistory& stage
     return times;
 }
 
-const StageHistory* heldFor(const InstanceHistory& instance, const StageHistory& stage) {
+std::optional<CriticalWait> criticalWait(const InstanceHistory& instance,
+                                         const StageHistory& stage) {
     if (stage.outcome.critical || !stage.start || !stage.ready || *stage.start <= *stage.ready)
-        return nullptr;
-    const StageHistory* last = nullptr;
+        return std::nullopt;
+    CriticalWait wait{nullptr, nullptr, *stage.start};
     for (const StageHistory& other : instance.stages)
-        if (other.outcome.critical && other.start && *other.start > *stage.ready &&
-            *other.start <= *stage.start && (last == nullptr || *other.start > *last->start))
-            last = &other;
-    return last;
+        if (other.outcome.critical && other.start && *other.start >= *stage.ready &&
+            *other.start <= *stage.start &&
+            (wait.last == nullptr || *other.start > *wait.last->start))
+            wait.last = &other;
+    if (wait.last == nullptr) return std::nullopt;
+    // What ended in the moment in which the last one started is what let that one start, unless
+    // the stage started in that moment as well: then it is what took no time.
+    const double since = *wait.last->start;
+    const bool atOnce = since == *stage.start;
+    const auto rank = [&](const StageHistory& of) {
+        const bool withIt = *of.start == *stage.start;
+        return std::tuple(*of.end, withIt != atOnce, atOnce && !of.outcome.critical);
+    };
+    for (const StageHistory& other : instance.stages)
+        if (&other != &stage && other.start && other.end && *other.end <= *stage.start &&
+            (*other.end > since || (atOnce && *other.end == since)) &&
+            (wait.opener == nullptr || rank(other) < rank(*wait.opener)))
+            wait.opener = &other;
+    if (wait.opener != nullptr) wait.until = *wait.opener->end;
+    return wait;
+}
+
+const StageHistory* startedAfter(const InstanceHistory& instance, const StageHistory& stage) {
+    if (!stage.start) return nullptr;
+    if (const auto wait = criticalWait(instance, stage); wait && wait->opener != nullptr)
+        return wait->opener;
+    for (const StageHistory* const other : latestDependencies(instance, stage))
+        if (other->start && other->end && *other->end <= *stage.start) return other;
+    return nullptr;
+}
+
+bool waitsForNextCompletion(const InstanceHistory& instance, const StageHistory& stage) {
+    using State = InstanceOutcome::State;
+    return !stage.start && stage.outcome.incompleteDependencies.empty() &&
+           !stage.outcome.heldByOperator && !stage.outcome.heldByCritical && !instance.suspended &&
+           instance.state != State::complete && instance.state != State::unmanaged;
 }
 
 std::vector<std::string> assumedAgents(const StageHistory& stage) {
@@ -236,14 +271,6 @@ std::vector<Stretch> criticalPath(const InstanceHistory& instance, double until)
     if (stage != nullptr && stage->end && *stage->end < until)
         add(Kind::held, nullptr, *stage->end);
     std::set<const StageHistory*> met;
-    const auto latestBefore = [&](const StageHistory& of) {
-        const StageHistory* before = nullptr;
-        for (const StageHistory* const other : latestDependencies(instance, of))
-            if (other->start && other->end && *other->end <= *of.start && !met.contains(other) &&
-                (before == nullptr || *other->end > *before->end))
-                before = other;
-        return before;
-    };
     while (stage != nullptr) {
         met.insert(stage);
         Kind kind = stage->end ? Kind::work : Kind::unfinished;
@@ -259,17 +286,9 @@ std::vector<Stretch> criticalPath(const InstanceHistory& instance, double until)
                 kind = Kind::assumed;
         }
         add(kind, stage, *stage->start);
-        const StageHistory* before = latestBefore(*stage);
-        const StageHistory* const gate = heldFor(instance, *stage);
-        if (gate != nullptr && !met.contains(gate)) {
-            // The critical stage's own time is of no interest: its start was waited for.
-            add(Kind::held, stage, *gate->start);
-            met.insert(gate);
-            before = latestBefore(*gate);
-            add(Kind::held, gate, before != nullptr ? *before->end : instance.enabled);
-        } else {
-            add(Kind::held, stage, before != nullptr ? *before->end : instance.enabled);
-        }
+        const StageHistory* before = startedAfter(instance, *stage);
+        if (met.contains(before)) before = nullptr;
+        add(Kind::held, stage, before != nullptr ? *before->end : instance.enabled);
         stage = before;
     }
     if (end > instance.enabled) add(Kind::held, nullptr, instance.enabled);

@@ -2,6 +2,7 @@
 // stages the whole had to wait for.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,27 @@ struct StageTimes {
 };
 StageTimes stageTimes(const InstanceHistory& instance, const StageHistory& stage, double until);
 
-// The critical stage that started last of those for which a started stage was held; null when it
-// was not held for critical stages.
-const StageHistory* heldFor(const InstanceHistory& instance, const StageHistory& stage);
+// That a stage which has started had to wait for critical ones: as long as one of them has not
+// started no other stage does, and then not before the manager looks again, for which it waits
+// until some stage is complete.
+struct CriticalWait {
+    const StageHistory* last;  // of the critical stages that started meanwhile, the last one
+    // The stage whose completion made the manager look again; null: it had another reason to.
+    const StageHistory* opener;
+    // When that was. From then to its start, if that is later, the operator held the stage.
+    double until;
+};
+// Absent when it did not have to.
+std::optional<CriticalWait> criticalWait(const InstanceHistory& instance,
+                                         const StageHistory& stage);
+
+// The stage whose completion let a started stage start: the one that ended its wait for critical
+// stages, or else the last of those that it depends on. Null when no completion did.
+const StageHistory* startedAfter(const InstanceHistory& instance, const StageHistory& stage);
+
+// That nothing holds one that has not started any more: it starts as soon as some stage is
+// complete, for then the manager looks again. When a reboot was requested that comes too late.
+bool waitsForNextCompletion(const InstanceHistory& instance, const StageHistory& stage);
 
 // What of a started stage's events the manager completed on the agents' behalf.
 std::vector<std::string> assumedAgents(const StageHistory& stage);
@@ -71,8 +90,7 @@ struct Stretch {
 };
 const char* kindName(Stretch::Kind kind);
 // From the enabling to `until`, without gaps: back from what is under way, or else from the stage
-// that ended last, always to the latest dependency, or to that of the critical stage for which it
-// was held.
+// that ended last, always to the stage whose completion let it start.
 std::vector<Stretch> criticalPath(const InstanceHistory& instance, double until);
 
 // As the documentation of views says.

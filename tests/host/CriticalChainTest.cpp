@@ -45,9 +45,57 @@ TEST(CriticalChain, MarksWhatDidNotGoWell) {
 
     EXPECT_EQ(chain(planRun(plan)),
               "last (not started: needs what does not exist: nowhere)\n"
-              "├─nowhere (no such stage)\n"
-              "└─assumed @5s +4s (auto-completed for b)\n"
-              "  └─lost @0s +5s (timed out, passed over, no report from a)\n");
+              "└─nowhere (no such stage)\n");
+    EXPECT_EQ(chain(planRun(plan), {"assumed", 0.0, false}),
+              "assumed @5s +4s (auto-completed for b)\n"
+              "└─lost @0s +5s (timed out, passed over, no report from a)\n");
+}
+
+// "a" starts at once, "b" after it; "o" has to wait until "b", the last to start, is complete.
+Plan criticalFirst(double b) {
+    Plan plan = planOf(
+        {stageClass("boot", {stage("a", {}, {takes("x", 2)}), stage("b", {"a"}, {takes("x", b)}),
+                             stage("o", {}, {takes("x", 3)})})});
+    plan.classes[0].stages[1].participants[0].critical = true;
+    return plan;
+}
+
+TEST(CriticalChain, GoesOnWithTheStageThatEndedTheWaitForCriticalStages) {
+    EXPECT_EQ(chain(planRun(criticalFirst(5))),
+              "o @7s +3s (held 7s for critical stages)\n"
+              "└─b @2s +5s\n"
+              "  └─a @0s +2s\n");
+}
+
+TEST(CriticalChain, ShowsBelowWhatHasNotStartedOnlyWhatItStillWaitsFor) {
+    Plan held = planOf({stageClass(
+        "boot", {stage("a", {}, {takes("x", 1)}), stage("x", {"a"}, {takes("x", 1)})})});
+    held.classes[0].doNotStart = {{"x"}};
+    EXPECT_EQ(chain(planRun(held)), "x (not started: held by the do-not-start list)\n");
+
+    // b has started, so that no critical stage is waited for, but for its completion.
+    Plan overdue = criticalFirst(-1);
+    overdue.classes[0].onTimeout = OnTimeout::wait;
+    EXPECT_EQ(chain(planRun(overdue)),
+              "o (not started: starts when the next stage is complete)\n"
+              "└─b @2s +1min 30s (timed out, critical, waiting for x)\n"
+              "  └─a @0s +2s\n");
+}
+
+TEST(CriticalChain, ShowsTheCriticalStagesForWhichOthersAreHeld) {
+    Plan plan = planOf({stageClass(
+        "boot", {stage("a", {"c"}, {takes("x", 1)}), stage("b", {"a"}, {takes("x", 1)}),
+                 stage("c", {"b"}, {takes("x", 1)}), stage("d", {"c"}, {takes("x", 1)}),
+                 stage("e", {}, {takes("x", 1)}), stage("h", {"e"}, {takes("x", 1)})})});
+    plan.classes[0].stages[3].participants[0].critical = true;
+
+    EXPECT_EQ(chain(planRun(plan)),
+              "h (not started: needs e, critical stages start first)\n"
+              "└─e (not started: critical stages start first)\n"
+              "  └─d (not started: needs c)\n"
+              "    └─c (not started: needs b)\n"
+              "      └─b (not started: needs a)\n"
+              "        └─a (not started: needs c)\n");
 }
 
 TEST(CriticalChain, EndsWhereStagesWaitForEachOther) {

@@ -84,6 +84,50 @@ TEST(Diff, KnowsThatOthersStartAfterCriticalStages) {
     EXPECT_EQ(found[0].afterTotal - found[0].beforeTotal, 2.0);
 }
 
+// "b" starts last of the critical ones: what is not critical starts when the next stage after that
+// is complete.
+Plan criticalFirst(double b, double c) {
+    Plan plan = planOf(
+        {stageClass("boot", {stage("a", {}, {takes("x", 2)}), stage("b", {"a"}, {takes("x", b)}),
+                             stage("c", {}, {takes("x", c)}), stage("o", {}, {takes("x", 8)})})});
+    plan.classes[0].stages[1].participants[0].critical = true;
+    plan.classes[0].stages[2].participants[0].critical = true;
+    return plan;
+}
+
+TEST(Diff, BlamesTheStageWhoseCompletionOthersWaitedFor) {
+    EXPECT_EQ(diffText(diff(planRun(criticalFirst(5, 1)), planRun(criticalFirst(9, 1))), false),
+              "boot/main: 15s -> 19s (+4s)\n"
+              "EXPLAINS  OWN  BEFORE  AFTER  STAGE  WHY\n"
+              "     +4s  +4s      5s     9s  b      x 5s -> 9s\n"
+              "o only waited: it started 4s later, after b.\n");
+    // c ends before b has started, or else ends the wait earlier than b.
+    EXPECT_EQ(diffText(diff(planRun(criticalFirst(5, 1)), planRun(criticalFirst(5, 3))), false),
+              "boot/main: 15s -> 11s (-4s)\n"
+              "EXPLAINS  OWN  BEFORE  AFTER  STAGE  WHY\n"
+              "     -4s  +2s      1s     3s  c      x 1s -> 3s\n"
+              "o only waited: it started 4s earlier, after c.\n");
+}
+
+// What takes no time is complete in the moment in which it starts, but only then.
+TEST(Diff, TakesPassesOfOneMomentInTheirOrder) {
+    const auto plan = [](double c) {
+        Plan made = planOf({stageClass(
+            "boot", {stage("a", {}, {takes("x", 0)}), stage("o", {"a"}, {takes("x", 4)}),
+                     stage("c", {}, {takes("x", c)}), stage("b", {"a"}, {takes("x", 9)})})});
+        made.classes[0].stages[2].participants[0].critical = true;
+        made.classes[0].stages[3].participants[0].critical = true;
+        return made;
+    };
+
+    const std::vector<InstanceDiff> found = diff(planRun(plan(3)), planRun(plan(18)));
+
+    EXPECT_EQ(found[0].afterTotal, 18.0);
+    EXPECT_EQ(found[0].stages[0].name, "c");
+    EXPECT_EQ(found[0].stages[0].explains, 9.0);
+    EXPECT_EQ(found[0].stages[1].waitedFor, "b");
+}
+
 TEST(Diff, TellsChangedOutcomesAndStagesOfOneRunAlone) {
     Plan other = aPlan();
     other.classes[0].stages[1].participants[1].takes = Takes{Takes::Kind::never};

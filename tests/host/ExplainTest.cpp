@@ -1,5 +1,6 @@
 #include "host/history/Explain.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,6 +49,12 @@ std::vector<std::string> causes(const Explanation& explanation) {
                       (cause.stage.empty() ? "" : cause.stage) +
                       (cause.agent.empty() ? "" : ":" + cause.agent));
     return all;
+}
+
+std::string doNotStart(double at, const std::string& stage, bool on) {
+    return fmt::format(R"({{"at":{},"op":"set","path":"/global","attr":"doNotStartStage",)"
+                       R"("key":{{"stageClass":"boot","stage":"{}"}},"value":{}}})",
+                       at, stage, on);
 }
 
 // power, then db, then web.
@@ -148,10 +155,55 @@ TEST(Explain, NamesTheCriticalStageThatStartsFirst) {
                                            "   pending-report db:postgres"));
 
     const Explanation started = ofStage(plan, "motd");
-    EXPECT_THAT(causes(started),
-                ElementsAre("held motd", "took db:postgres", "took power:psu", "began power"));
-    EXPECT_THAT(started.causes[0].text,
-                StartsWith("motd was ready at 0s, but the critical stage web started first"));
+    EXPECT_THAT(causes(started), ElementsAre("held motd", "took web:nginx", "took db:postgres",
+                                             "took power:psu", "began power"));
+    EXPECT_EQ(started.causes[0].text,
+              "motd was ready at 0s, but critical stages start first: the last of them, web, "
+              "started at 12s");
+    EXPECT_EQ(started.causes[0].since, 0.0);
+    EXPECT_EQ(started.causes[0].until, 13.0);
+    EXPECT_EQ(started.causes[1].text,
+              "then motd had to wait until the next stage was complete: web, which took 1s, from "
+              "12s to 13s; the last report was that of nginx");
+}
+
+// The way goes on behind what the operator held.
+TEST(Explain, FollowsAHeldStageToTheBeginning) {
+    const Lines journal = bootClass() + agent("psu", "power", 90) + agent("nginx", "web", 90) +
+                          R"({"op":"set","path":"/input/boot/nginx/event/web","attr":"dependency",)"
+                          R"("key":"power","value":true})" +
+                          doNotStart(0, "web", true) + enable("main") +
+                          report(2, "psu", "power", "main") + doNotStart(5, "web", false) +
+                          report(6, "nginx", "web", "main");
+    std::istringstream in(text(journal));
+    const RunHistory run = journalRun(in);
+
+    const Explanation told = explainStage(run, run.instances[0], *run.instances[0].stage("web"));
+
+    EXPECT_TRUE(told.good);
+    ASSERT_THAT(causes(told), ElementsAre("held web", "took power:psu", "began power"));
+    EXPECT_EQ(told.causes[0].text,
+              "web was ready at 2s, and was held by the operator for 3s, until 5s");
+}
+
+TEST(Explain, TellsCriticalStagesFromTheOperator) {
+    const Lines journal = bootClass() + agent("psu", "power", 90) + agent("nginx", "web", 90) +
+                          R"({"op":"set","path":"/input/boot/psu/event/power","attr":"critical",)"
+                          R"("value":true})" +
+                          doNotStart(0, "web", true) + enable("main") +
+                          report(2, "psu", "power", "main") + doNotStart(5, "web", false) +
+                          report(6, "nginx", "web", "main");
+    std::istringstream in(text(journal));
+    const RunHistory run = journalRun(in);
+
+    const Explanation told = explainStage(run, run.instances[0], *run.instances[0].stage("web"));
+
+    ASSERT_THAT(causes(told), ElementsAre("held web", "held web", "took power:psu", "began power"));
+    EXPECT_EQ(told.causes[0].text,
+              "web could have started at 2s, and was held by the operator for 3s, until 5s");
+    EXPECT_EQ(told.causes[1].text,
+              "web was ready at 0s, but critical stages start first: the last of them, power, "
+              "started at 0s");
 }
 
 TEST(Explain, NamesTheSuspensionOfAnInstance) {

@@ -34,10 +34,9 @@ TEST(TimeReport, TellsWhereTheTimeWent) {
     EXPECT_EQ(timeReport(run),
               "boot/main finished in 17s (work) = 17s.\n"
               "urgent was the last of 5 stages, after 17s.\n");
-    // What is not critical starts in the pass after the last critical stage has started.
+    // What is not critical starts when urgent, the last critical stage to start, is complete.
     EXPECT_EQ(timeReport(gated),
-              "boot/main finished in 3s (work) + 5s (timed out) + 4s (auto-completed) + 15s (held) "
-              "= 27s.\n"
+              "boot/main finished in 18s (work) + 5s (timed out) + 4s (auto-completed) = 27s.\n"
               "last was the last of 5 stages, after 27s.\n");
 }
 
