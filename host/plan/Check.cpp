@@ -383,8 +383,6 @@ class ClassCheck {
         const double limit = stageLimit(graph_.stage(s));
         for (const PlanParticipant& participant : graph_.stage(s).participants) {
             if (!participant.autoComplete || *participant.autoComplete <= limit) continue;
-            // The limit was narrowed, and is perhaps the same number as people write it.
-            if (*participant.autoComplete <= largestLimit(graph_.stage(s)).limit) continue;
             const Place place = participant.autoCompletePlace.line > 0
                                     ? participant.autoCompletePlace
                                     : participant.place;
@@ -414,7 +412,7 @@ class ClassCheck {
                 return takes(a) < takes(b);
             });
         const double takes = least(slowest);
-        if (takes == forever || takes <= largestLimit(stage).limit) return;
+        if (takes == forever || takes <= stageLimit(stage)) return;
         find("takes-too-long", outcomeSeverity(s), slowest.place,
              fmt::format("{} takes {}{}, but its stage {} is out of its limit after {}, and then "
                          "{}; raise the limit",

@@ -5,6 +5,7 @@
 #include <set>
 
 #include "host/Tree.h"
+#include "host/plan/Schedule.h"
 
 namespace Host {
 
@@ -76,7 +77,7 @@ class ClassInputs {
         inputs_.push_back(member);
 
         const std::string event = path + "/event/" + pathName(stage.name);
-        set(event, "timeout", participant.limit);
+        set(event, "timeout", givenLimit(participant.limit));
         if (participant.critical) set(event, "critical", true);
         for (const StageReference& dependency : stage.after)
             setMember(event, "dependency", dependency.stage, true);

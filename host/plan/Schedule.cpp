@@ -1,6 +1,7 @@
 #include "host/plan/Schedule.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
 #include <limits>
 #include <queue>
@@ -142,12 +143,19 @@ class Progression {
 
 }  // namespace
 
+double givenLimit(double limit) {
+    if (limit > std::numeric_limits<float>::max()) return limit;
+    const auto kept = static_cast<float>(limit);
+    return kept < limit ? std::nextafter(kept, std::numeric_limits<float>::infinity()) : limit;
+}
+
 double stageLimit(const PlanStage& stage) {
     float limit = 0.0F;
     for (const PlanParticipant& participant : stage.participants) {
-        const bool large = participant.limit > std::numeric_limits<float>::max();
+        const double given = givenLimit(participant.limit);
+        const bool large = given > std::numeric_limits<float>::max();
         const float own =
-            large ? std::numeric_limits<float>::infinity() : static_cast<float>(participant.limit);
+            large ? std::numeric_limits<float>::infinity() : static_cast<float>(given);
         limit = std::max(limit, own);
     }
     return limit;

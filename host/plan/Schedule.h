@@ -8,8 +8,13 @@
 
 namespace Host {
 
-// The largest limit of its participants, in single precision, as the manager keeps it: what bounds
-// the whole stage. Seconds; infinity: none.
+// The limit that the manager is given for one, in seconds. It keeps the nearest number of single
+// precision; where that is less than the plan's, it is given the next one, so that whoever is in
+// time by the plan is in time.
+double givenLimit(double limit);
+
+// The largest limit of its participants, as the manager keeps it: what bounds the whole stage.
+// Seconds; infinity: none.
 double stageLimit(const PlanStage& stage);
 
 // How long a participant takes that reports for itself, and is not lost. Seconds; infinity: it does

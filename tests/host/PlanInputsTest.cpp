@@ -145,6 +145,19 @@ TEST(PlanInputs, EveryClassIsRegisteredBeforeAnyInstanceIsEnabled) {
             R"({"at": 0.0, "op": "set", "path": "/global", "attr": "doNotStartStage", "key": {"stageClass": "more", "stage": "b"}, "value": true})"));
 }
 
+// The manager narrows limits to the nearest number of single precision, which may be a smaller one.
+TEST(PlanInputs, NoLimitIsLessThanThePlans) {
+    const auto limit = [](const std::string& said) {
+        return linesOf("stages: {a: {limit: " + said + "}}\n", "\"timeout\"").front();
+    };
+    ASSERT_LT(0.7F, 0.7);
+    ASSERT_GT(0.1F, 0.1);
+
+    EXPECT_THAT(limit("700ms"), HasSubstr("\"value\": 0.7000000476837158}"));
+    EXPECT_THAT(limit("100ms"), HasSubstr("\"value\": 0.1}"));
+    EXPECT_THAT(limit("2.5s"), HasSubstr("\"value\": 2.5}"));
+}
+
 TEST(PlanInputs, NamesAreEscapedInPaths) {
     EXPECT_THAT(linesOf("class: a/b\nstages: {'x~/y': }\n", "\"timeout\""),
                 ElementsAre(HasSubstr("\"/input/a~1b/x~0~1y/event/x~0~1y\"")));

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <map>
 #include <random>
@@ -135,6 +136,9 @@ TEST(Schedule, TheLargestLimitIsTheStages) {
     EXPECT_EQ(stageLimit(both), 0.25);
     both.participants.pop_back();
     EXPECT_EQ(stageLimit(both), static_cast<double>(0.1F)) << "in single precision, on purpose";
+    both.participants[0].limit = 0.7;
+    EXPECT_EQ(stageLimit(both), static_cast<double>(std::nextafter(0.7F, 1.0F)))
+        << "the nearest would be less than the plan's";
     both.participants[0].limit = 1e300;
     EXPECT_EQ(stageLimit(both), forever);
 }

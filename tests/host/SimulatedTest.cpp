@@ -114,6 +114,20 @@ TEST(Simulated, EverybodyReportsAtItsTypicalTime) {
     EXPECT_EQ(run.time, 5.0);
 }
 
+TEST(Simulated, WhatTakesItsLimitIsInTimeWhateverSinglePrecisionMakesOfThat) {
+    PlanParticipant own = takes("a", 0.7);
+    own.limit = 0.7;
+    own.critical = true;
+    EXPECT_EQ(simulated(planOf({stageClass("boot", {stage("a", {}, {own})})})).outcome,
+              RunOutcome::complete);
+
+    PlanParticipant absent = takes("a", -1);
+    absent.limit = 10.7;
+    absent.autoComplete = 10.7;
+    EXPECT_EQ(simulated(planOf({stageClass("boot", {stage("a", {}, {absent})})})).outcome,
+              RunOutcome::autoCompleted);
+}
+
 TEST(Simulated, WhoDoesNotSayTakesWhatIsAssumed) {
     Plan plan = threeStages();
     plan.classes[0].stages[1].participants[0].takes.reset();
