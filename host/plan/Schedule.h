@@ -30,6 +30,8 @@ bool takesNoTime(const PlanParticipant& participant);
 // passed over when it times out takes no longer than its limit.
 std::vector<double> typicalDurations(const StageGraph& graph);
 std::vector<double> leastDurations(const StageGraph& graph);
+// As typical times, but nothing for a command or an external one that does not say.
+std::vector<double> saidDurations(const StageGraph& graph);
 // As long as limits and auto-completion allow. Who takes no time does not count.
 std::vector<double> longestDurations(const StageGraph& graph);
 
@@ -41,13 +43,22 @@ struct Schedule {
         nextPass,
         // With the last critical stage. Nothing is earlier than that.
         samePass,
+        // When it is open whichever critical stages take less than their durations: to be sooner
+        // done may open it later, since it takes a completion after the last critical start.
+        // Nothing is later than that.
+        latest,
+    };
+    // What a duration of infinity means.
+    enum class Endless {
+        never,    // the stage does not end
+        nothing,  // it is left out of account: it takes no time, and opens no gate
     };
 
     struct Times {
         double start;     // seconds after the instance started; infinity: it does not start
         double duration;  // infinity: it does not end
         // How much later it could start with everything still done at `end`; infinity: it does not
-        // start, or does not end.
+        // start, or does not end. By the latest gate, it may be later by any time up to that.
         double slack;
         // The stage whose completion let it start; none when it starts at once, or not at all.
         std::size_t cause;
@@ -66,6 +77,7 @@ struct Schedule {
 
 // Stages that can never start do not, and those that are held are held.
 Schedule schedule(const StageGraph& graph, const std::vector<double>& durations,
-                  Schedule::Gate gate = Schedule::Gate::nextPass);
+                  Schedule::Gate gate = Schedule::Gate::nextPass,
+                  Schedule::Endless endless = Schedule::Endless::never);
 
 }  // namespace Host

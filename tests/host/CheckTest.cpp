@@ -297,7 +297,55 @@ TEST(Check, WhatThePlanTakesMustFitIntoTheDeadline) {
                             "requested, even if everybody takes only as long as the plan says: "
                             "these stages need 41s: \"a\" 20s -> \"b\" 21s; raise the deadline"));
     boot.deadline = 41;
+    EXPECT_THAT(found(boot), ElementsAre(HasSubstr("these stages need 41s, and what ends with the "
+                                                   "deadline is too late: ")));
+    boot.deadline = 41.001;
     EXPECT_THAT(found(boot), Not(Contains(HasSubstr("takes-too-long"))));
+}
+
+TEST(Check, TimesThatAddUpToTheDeadlineDoSoWhateverBinaryFractionsMakeOfThem) {
+    PlanClass boot = steps({step("a", 0.7), step("b", 0.1, {"a"})});
+    ASSERT_LT(0.7 + 0.1, 0.8);
+    boot.deadline = 0.8;
+
+    EXPECT_THAT(found(boot), ElementsAre(HasSubstr("error takes-too-long: ")));
+    boot.deadline = 0.800001;
+    EXPECT_THAT(found(boot), Not(Contains(HasSubstr("takes-too-long"))));
+}
+
+TEST(Check, WhatEverybodyTypicallyTakesMustFitIntoTheDeadline) {
+    PlanClass boot = steps({step("a", 1), step("b", 9, {"a"})});
+    part(boot.stages[0]).takes = Takes{Takes::Kind::normal, 2, 1};
+    boot.deadline = 10.5;
+
+    EXPECT_THAT(found(boot),
+                ElementsAre("error takes-too-long: the deadline of 10.5s is missed, and a reboot "
+                            "requested, if everybody takes what it typically takes: these stages "
+                            "need 11s: \"a\" 2s -> \"b\" 9s; raise the deadline"));
+}
+
+TEST(Check, BeingSoonDoneMayMissTheDeadline) {
+    PlanClass boot = steps(
+        {limited(critical(step("fast", 1)), 5), limited(critical(step("first", 1.9)), 2),
+         limited(critical(step("second", 5.5, {"first"})), 6), limited(step("other", 4.9), 5)});
+    boot.deadline = 10;
+    EXPECT_THAT(found(boot),
+                ElementsAre(AllOf(HasSubstr("error takes-too-long"),
+                                  HasSubstr("these stages need 12.3s: \"first\" 1.9s -> \"second\" "
+                                            "5.5s -> \"other\" 4.9s (waited for the critical "
+                                            "stages to start)"))));
+
+    boot.deadline = 12.5;
+    EXPECT_THAT(found(boot), ElementsAre(HasSubstr("warning deadline-too-short")));
+
+    for (PlanStage& stage : boot.stages) {
+        part(stage).kind = PlanParticipant::Kind::command;
+        part(stage).takes.reset();
+    }
+    boot.deadline = 13;
+    EXPECT_THAT(found(boot), ElementsAre(HasSubstr("the limits on this way add up to 13s")));
+    boot.deadline = 13.001;
+    EXPECT_THAT(found(boot), IsEmpty());
 }
 
 TEST(Check, WhatNobodySaysIsNotHeldAgainstTheDeadline) {
@@ -324,16 +372,20 @@ TEST(Check, LimitsThatAddUpToMoreThanTheDeadlineAreAWarning) {
             "on this way add up to 1min: \"a\" 30s -> \"b\" 30s; lower limits, or raise the "
             "deadline"));
     boot.deadline = 60;
+    EXPECT_THAT(found(boot),
+                ElementsAre(HasSubstr("add up to 1min, and what ends with the deadline "
+                                      "is too late: ")));
+    boot.deadline = 60.001;
     EXPECT_THAT(found(boot), IsEmpty());
 
-    boot.deadline = 59;
+    boot.deadline = 59.001;
     part(boot.stages[0]).autoComplete = 29;
     EXPECT_THAT(found(boot), IsEmpty()) << "it takes no longer then";
 }
 
 TEST(Check, TheDeadlineIsTheLimitOfStagesThatHaveNone) {
     PlanClass boot = steps({limited(step("a", 1), forever), limited(step("b", 1, {"a"}), 30)});
-    boot.deadline = 30;
+    boot.deadline = 30.001;
 
     EXPECT_THAT(found(boot), IsEmpty());
     boot.deadline = 29;

@@ -80,6 +80,62 @@ TEST(Schedule, WithTheOtherGateTheyStartWithTheLastCriticalStage) {
     EXPECT_EQ(made.stages[2].start, 3);
 }
 
+Schedule latest(const PlanClass& stageClass) {
+    const StageGraph graph(stageClass);
+    return schedule(graph, typicalDurations(graph), Schedule::Gate::latest);
+}
+
+TEST(Schedule, BeingDoneSoonerMayOpenTheGateLater) {
+    PlanClass boot = steps({critical(step("fast", 5)), critical(step("first", 2)),
+                            critical(step("second", 6, {"first"})), step("other", 5)});
+    EXPECT_EQ(typical(boot).end, 10);
+
+    const Schedule made = latest(boot);
+    EXPECT_EQ(made.end, 13);
+    EXPECT_THAT(names(boot, made.chain(made.last)), ElementsAre("first", "second", "other"));
+
+    boot.stages[0] = critical(step("fast", 1));
+    EXPECT_EQ(typical(boot).end, 13);
+}
+
+TEST(Schedule, TheLatestGateIsThatOfStagesThatMayBeLastToStart) {
+    const PlanClass roots =
+        steps({critical(step("long", 100)), critical(step("short", 3)), step("other", 1)});
+    EXPECT_EQ(latest(roots).stages[2].start, 3);
+
+    const PlanClass after = steps({critical(step("long", 100)), critical(step("p", 10)),
+                                   critical(step("c", 1, {"p"})), step("other", 1)});
+    EXPECT_EQ(latest(after).stages[3].start, 11) << "c starts after long whatever p takes";
+
+    const PlanClass deep =
+        steps({critical(step("a", 10)), critical(step("c", 100, {"a"})),
+               critical(step("x", 1, {"a"})), critical(step("y", 2, {"x"})), step("other", 1)});
+    EXPECT_EQ(latest(deep).stages[4].start, 13) << "y starts after c";
+}
+
+TEST(Schedule, WhatIsEndlessMayBeLeftOutOfAccount) {
+    PlanClass boot = steps({critical(step("service", forever)), critical(step("short", 3)),
+                            step("other", 2), step("last", 1, {"service"})});
+    const StageGraph graph(boot);
+    const auto end = [&](Schedule::Endless endless) {
+        return schedule(graph, typicalDurations(graph), Schedule::Gate::latest, endless);
+    };
+
+    EXPECT_EQ(end(Schedule::Endless::never).end, 5);
+    EXPECT_FALSE(end(Schedule::Endless::never).whole);
+    EXPECT_EQ(end(Schedule::Endless::nothing).stages[2].start, 3) << "it opens no gate either";
+    EXPECT_EQ(end(Schedule::Endless::nothing).stages[3].start, 3);
+    EXPECT_TRUE(end(Schedule::Endless::nothing).whole);
+
+    boot.stages[1] = critical(step("short", forever));
+    const StageGraph endless(boot);
+    EXPECT_EQ(schedule(endless, typicalDurations(endless), Schedule::Gate::latest,
+                       Schedule::Endless::nothing)
+                  .stages[2]
+                  .start,
+              0);
+}
+
 TEST(Schedule, WhatWaitsInVainDoesNotStart) {
     PlanClass boot = steps({step("a", 1, {"gone"}), step("b", 1, {"a"}), step("held", 1),
                             step("after", 1, {"held"}), step("x", 1, {"y"}), step("y", 1, {"x"}),
@@ -174,6 +230,141 @@ class Diary final : public Performer {
 
     std::map<std::string, double> starts;
 };
+
+class RandomPlans {
+  public:
+    explicit RandomPlans(unsigned seed) : random_(seed) {}
+
+    unsigned below(unsigned n) { return static_cast<unsigned>(random_() % n); }
+
+    // With durations of 0 up to `longest`: small whole numbers, so that many stages end at once.
+    PlanClass next(unsigned longest) {
+        const unsigned size = 1 + below(8);
+        std::vector<PlanStage> stages;
+        for (unsigned s = 0; s < size; ++s) {
+            std::vector<std::string> after;
+            for (unsigned d = 0; d < s; ++d)
+                if (below(3) == 0) after.push_back("s" + std::to_string(d));
+            stages.push_back(step("s" + std::to_string(s), below(longest + 1), after));
+            if (below(3) == 0) stages.back() = critical(stages.back());
+        }
+        return steps(stages);
+    }
+
+  private:
+    std::mt19937 random_;
+};
+
+TEST(Schedule, NothingIsLaterThanByTheLatestGate) {
+    RandomPlans plans(7);
+    bool reached = false;
+    for (int round = 0; round < 1000; ++round) {
+        const PlanClass boot = plans.next(9);
+        const StageGraph graph(boot);
+        const std::vector<double> longest = typicalDurations(graph);
+        const Schedule made = schedule(graph, longest, Schedule::Gate::latest);
+        ASSERT_TRUE(made.whole);
+        for (int run = 0; run < 20; ++run) {
+            std::vector<double> taken = longest;
+            for (double& seconds : taken)
+                if (plans.below(2) == 0) seconds *= plans.below(4) / 4.0;
+            const Schedule got = schedule(graph, taken);
+            for (std::size_t s = 0; s < graph.size(); ++s)
+                ASSERT_LE(got.stages[s].start, made.stages[s].start)
+                    << "round " << round << ", run " << run << ", stage " << s;
+            reached = reached || got.end == made.end;
+        }
+    }
+    EXPECT_TRUE(reached);
+}
+
+// When everything is done if that stage starts so much later than it could: an account of its own.
+double endIfLate(const StageGraph& graph, const std::vector<double>& takes, std::size_t late,
+                 double by) {
+    std::vector<double> ends(graph.size(), forever);
+    std::vector<double> starts(graph.size(), forever);  // later than now: it will
+    std::vector<bool> done(graph.size());
+    double now = 0.0;
+    for (;;) {
+        bool open = true;
+        for (std::size_t s = 0; s < graph.size(); ++s)
+            open = open && (!graph.critical(s) || starts[s] <= now);
+        for (std::size_t s = 0; s < graph.size(); ++s) {
+            bool ready = starts[s] == forever && (open || graph.critical(s));
+            for (const StageGraph::Wait& wait : graph.after(s)) ready = ready && done[wait.stage];
+            if (!ready) continue;
+            starts[s] = s == late ? now + by : now;
+            ends[s] = starts[s] + takes[s];
+        }
+        double next = forever;
+        for (std::size_t s = 0; s < graph.size(); ++s)
+            if (!done[s]) next = std::min(next, ends[s]);
+        if (next == forever) return now;
+        now = next;
+        std::vector<bool> completed = done;
+        for (std::size_t s = 0; s < graph.size(); ++s) completed[s] = done[s] || ends[s] == now;
+        done = completed;
+    }
+}
+
+TEST(Schedule, SlackIsWhatItSays) {
+    RandomPlans plans(11);
+    unsigned gated = 0;
+    for (int round = 0; round < 1500; ++round) {
+        const PlanClass boot = plans.next(12);
+        const StageGraph graph(boot);
+        // Without stages that take no time: who is late starts between passes.
+        std::vector<double> takes = typicalDurations(graph);
+        for (double& seconds : takes) seconds += 1.0;
+        const Schedule made = schedule(graph, takes);
+        for (std::size_t s = 0; s < graph.size(); ++s) {
+            if (made.stages[s].gated) ++gated;
+            const double slack = made.stages[s].slack;
+            ASSERT_LE(endIfLate(graph, takes, s, std::max(0.0, slack - 0.01)), made.end)
+                << "round " << round << ", stage " << s << ", slack " << slack;
+            ASSERT_GT(endIfLate(graph, takes, s, slack + 0.01), made.end)
+                << "round " << round << ", stage " << s << ", slack " << slack;
+        }
+    }
+    EXPECT_GT(gated, 200u);
+}
+
+TEST(Schedule, ByTheLatestGateSlackDelaysNothing) {
+    RandomPlans plans(13);
+    for (int round = 0; round < 400; ++round) {
+        const PlanClass boot = plans.next(9);
+        const StageGraph graph(boot);
+        std::vector<double> longest = typicalDurations(graph);
+        for (double& seconds : longest) seconds += 1.0;
+        const Schedule made = schedule(graph, longest, Schedule::Gate::latest);
+        for (std::size_t s = 0; s < graph.size(); ++s) {
+            for (int run = 0; run < 8; ++run) {
+                std::vector<double> taken = longest;
+                for (double& seconds : taken)
+                    if (plans.below(2) == 0) seconds *= (1 + plans.below(4)) / 4.0;
+                const double slack = made.stages[s].slack;
+                // Whoever is late may start anywhere up to that.
+                const double start = schedule(graph, taken).stages[s].start;
+                const double by = made.stages[s].start + slack - start - 0.01;
+                if (slack == 0.0) continue;
+                ASSERT_LE(endIfLate(graph, taken, s, by * plans.below(5) / 4.0), made.end)
+                    << "round " << round << ", stage " << s << ", slack " << slack;
+            }
+        }
+    }
+}
+
+// The gate needs a completion after the last critical start, and not a certain one.
+TEST(Schedule, WhatOpensTheGateHasSlackWhereAnotherWouldDoSoInTime) {
+    PlanClass boot =
+        steps({critical(step("s0", 12)), critical(step("s1", 6)), step("s2", 6, {"s0"})});
+    EXPECT_EQ(typical(boot).stages[1].slack, 12);
+
+    boot.stages.push_back(step("s3", 11));
+    EXPECT_EQ(typical(boot).end, 18);
+    EXPECT_EQ(typical(boot).stages[1].slack, 1) << "s3 can start with 7, before s0 is done";
+    EXPECT_EQ(typical(boot).stages[0].slack, 0) << "s2 comes after it";
+}
 
 TEST(Schedule, IsWhatTheManagerDoes) {
     std::mt19937 random(20);

@@ -128,6 +128,15 @@ TEST(Simulated, WhatTakesItsLimitIsInTimeWhateverSinglePrecisionMakesOfThat) {
               RunOutcome::autoCompleted);
 }
 
+TEST(Simulated, WhatEndsWithTheDeadlineIsTooLate) {
+    PlanClass boot = stageClass("boot", {stage("a", {}, {takes("a", 10)})});
+    boot.deadline = 10;
+    EXPECT_EQ(simulated(planOf({boot})).outcome, RunOutcome::rebooting);
+
+    boot.deadline = 10.000001;
+    EXPECT_EQ(simulated(planOf({boot})).outcome, RunOutcome::complete);
+}
+
 TEST(Simulated, WhoDoesNotSayTakesWhatIsAssumed) {
     Plan plan = threeStages();
     plan.classes[0].stages[1].participants[0].takes.reset();
