@@ -89,6 +89,20 @@ TEST(CheckVerb, EachRuleIsDocumented) {
         EXPECT_THAT(text, HasSubstr("### " + std::string(rule.name) + "\n"));
 }
 
+TEST(CheckVerb, NothingIsToComplainOfInThePlansOfTheManual) {
+    const std::string text = contentOf("docs/plan.md");
+    const std::string begin = "```yaml\nversion: 1\n";
+    unsigned plans = 0;
+    for (std::size_t at = text.find(begin); at != text.npos; at = text.find(begin, at + 1)) {
+        const std::size_t from = text.find('\n', at) + 1;
+        const std::string plan = text.substr(from, text.find("```\n", from) - from);
+        const Ran ran = checked({"--strict", "-"}, plan);
+        EXPECT_EQ(ran.status, exitDone) << plan << ran.out;
+        ++plans;
+    }
+    EXPECT_GE(plans, 4u);
+}
+
 TEST(CheckVerb, SaysThatThereIsNothingToComplainOf) {
     const Ran ran = checked({"-"}, good);
 
