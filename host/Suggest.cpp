@@ -42,6 +42,7 @@ std::string suggestion(std::string_view word, const std::vector<std::string_view
     for (const std::string_view candidate : candidates) {
         const std::size_t d = distance(word, candidate);
         if (d > std::max<std::size_t>(1, candidate.size() / 3)) continue;
+        if (d >= std::max(word.size(), candidate.size())) continue;  // they share nothing
         if (nearest.empty() || d < least) {
             nearest = candidate;
             least = d;

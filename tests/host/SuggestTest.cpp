@@ -19,6 +19,9 @@ TEST(Suggestion, IsNothingWhenNoWordIsNear) {
     EXPECT_EQ(suggestion("", words), "");
     EXPECT_EQ(suggestion(std::string(100000, 'x'), words), "");
     EXPECT_EQ(suggestion("replay", {}), "");
+    EXPECT_EQ(suggestion("q", {"a", "b"}), "") << "they share nothing";
+    EXPECT_EQ(suggestion("A", {"a"}), "; did you mean \"a\"?");
+    EXPECT_EQ(suggestion("ab", {"a"}), "; did you mean \"a\"?");
 }
 
 }  // namespace
