@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <vector>
 
@@ -43,6 +44,14 @@ bool blank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 // Of a word: anything but what divides the parts.
 bool letter(char c) { return !digit(c) && !blank(c) && c != '.' && c != ','; }
 
+std::string_view trimmed(std::string_view text) {
+    while (!text.empty() && blank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && blank(text.back())) text.remove_suffix(1);
+    return text;
+}
+
+constexpr std::string_view endless = "infinity";
+
 class Reading {
   public:
     explicit Reading(std::string_view text) : text_(text) {}
@@ -77,14 +86,10 @@ class Reading {
         return text_.substr(from, at_ - from);
     }
 
-    bool infinity() {
-        std::string_view word = text_.substr(at_);
-        while (blank(word.back())) word.remove_suffix(1);
-        if (word == "infinity") return true;
-        for (const std::string_view other :
-             {"inf", ".inf", "infinite", "Infinity", "forever", "none", "unlimited", "never"})
-            if (word == other) refuse("write infinity for a time without end");
-        return false;
+    bool infinity() const {
+        if (!meansEndless(text_)) return false;
+        if (trimmed(text_) != endless) refuse("write infinity for a time without end");
+        return true;
     }
 
     // A number and its unit, in microseconds.
@@ -147,6 +152,12 @@ class Reading {
 };
 
 }  // namespace
+
+bool meansEndless(std::string_view text) {
+    constexpr std::string_view words[] = {endless,   "inf",  ".inf",      "infinite", "Infinity",
+                                          "forever", "none", "unlimited", "never"};
+    return std::find(std::begin(words), std::end(words), trimmed(text)) != std::end(words);
+}
 
 double parseDuration(std::string_view text) { return Reading(text).seconds(); }
 

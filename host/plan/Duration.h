@@ -19,6 +19,10 @@ class DurationError final : public std::runtime_error {
 // exact to the microsecond, and never 0 unless 0 was written. Raises DurationError.
 double parseDuration(std::string_view text);
 
+// Whether it is a word for a time without end: "infinity", or what parseDuration refuses with the
+// remedy to write that, such as "forever".
+bool meansEndless(std::string_view text);
+
 // For people, the way parseDuration reads it: "1min 30s", "2.5s", "500ms", "1.5ms", "3d 4h", "0s",
 // "infinity". `accuracy`, in seconds, is what the last digit counts, and no finer than 1e-6; a view
 // that is drawn ten times a second wants 0.1. A difference may be negative, and has a "-" before

@@ -149,6 +149,9 @@ class Reader {
     using Kind = YamlNode::Kind;
     using Scalar = YamlNode::Scalar;
 
+    // What to write where a text may be empty.
+    static constexpr Key emptyText = "\"\" is an empty text";
+
     void error(Place place, const char* rule, std::string text,
                std::vector<Diagnostic::Related> related = {}) {
         findings_.error(place, rule, std::move(text), std::move(related));
@@ -192,14 +195,16 @@ class Reader {
 
     // Values. Each reports what is wrong with `node`, the value of `key`, and is absent then.
 
-    std::optional<std::string> text(const YamlNode& node, Key key, Key wanted = "a text") {
+    // `nothing` says what to do where nothing is written.
+    std::optional<std::string> text(const YamlNode& node, Key key, Key wanted = "a text",
+                                    Key nothing = "write one, or leave the key out") {
         if (node.is(Scalar::text) || node.is(Scalar::number)) {
             if (node.text.find('\0') == std::string::npos) return node.text;
             error(node.place, "bad-value", quoted(key) + " cannot hold a NUL character");
             return std::nullopt;
         }
         if (node.kind == Kind::refused) return std::nullopt;
-        const char* const remedy = node.null()                ? "; \"\" is an empty text"
+        const std::string remedy = node.null()                ? "; " + std::string(nothing)
                                    : node.is(Scalar::boolean) ? "; put it into quotes"
                                                               : "";
         error(node.place, "wrong-type",
@@ -245,12 +250,17 @@ class Reader {
         return std::nullopt;
     }
 
+    // Whether it is an infinity, or a word for one.
+    static bool isEndless(const YamlNode& node) {
+        return (node.is(Scalar::text) || node.is(Scalar::number)) && meansEndless(node.text);
+    }
+
     // A duration with an end.
     std::optional<double> finite(const YamlNode& node, Key key) {
-        const std::optional<double> seconds = duration(node, key);
-        if (!seconds || !std::isinf(*seconds)) return seconds;
+        if (!isEndless(node)) return duration(node, key);
         error(node.place, "bad-value",
-              quoted(key) + " is never infinity; \"takes: never\" is for one that does not report");
+              fmt::format("{} is never {}; \"takes: never\" is for one that does not report",
+                          quoted(key), node.text == "infinity" ? node.text : "without end"));
         return std::nullopt;
     }
 
@@ -288,7 +298,10 @@ class Reader {
         std::vector<StageReference> names;
         std::unordered_map<std::string, Place> seen;
         const auto add = [&](const YamlNode& item) {
-            const std::optional<std::string> name = text(item, key, wanted);
+            const std::optional<std::string> name =
+                text(item, key, wanted,
+                     &item == &node ? "name a stage, or leave the key out"
+                                    : "name a stage, or leave the entry out");
             if (!name || !checkName(*name, item.place, "a stage")) return;
             const auto [first, isNew] = seen.emplace(*name, item.place);
             if (isNew)
@@ -461,7 +474,8 @@ class Reader {
     void readInstanceList(PlanClass& made, const YamlNode& list) {
         std::unordered_map<std::string, Place> seen;
         for (const YamlNode& item : list.items) {
-            const auto name = text(item, "instances", "a list of names");
+            const auto name = text(item, "instances", "a list of names",
+                                   "name an instance, or leave the entry out");
             if (!name || !checkName(*name, item.place, "an instance")) continue;
             const auto [first, isNew] = seen.emplace(*name, item.place);
             if (isNew)
@@ -490,12 +504,11 @@ class Reader {
     }
 
     void readStart(PlanInstance& instance, const YamlNode& node) {
-        const std::optional<double> given = duration(node, "start");
-        if (given && std::isinf(*given))
+        if (isEndless(node))
             error(node.place, "bad-value",
                   "\"start\" is never infinity; leave out an instance that never starts");
         else
-            instance.start = given.value_or(0.0);
+            instance.start = duration(node, "start").value_or(0.0);
     }
 
     void readDoNotStart(PlanClass& made, const YamlNode& node) {
@@ -720,7 +733,9 @@ class Reader {
         made.kind = PlanParticipant::Kind::command;
         if (node.kind == Kind::list) {
             for (const YamlNode& item : node.items)
-                if (auto given = text(item, "command", "a list of texts"))
+                if (auto given =
+                        text(item, "command", "a list of texts",
+                             &item == &node.items.front() ? "name the program" : emptyText))
                     made.command.push_back(std::move(*given));
             if (node.items.empty() || (!made.command.empty() && made.command[0].empty()))
                 error(node.place, "bad-value",
@@ -733,7 +748,8 @@ class Reader {
                   fmt::format("\"command\" wants {}, not {}", wanted, describe(node)));
             return;
         }
-        const std::optional<std::string> given = text(node, "command", wanted);
+        const std::optional<std::string> given =
+            text(node, "command", wanted, "write what is to be run, or leave the key out");
         if (!given) return;
         if (given->find_first_not_of(" \t\r\n") == std::string::npos)
             error(node.place, "bad-value", "\"command\" is empty; write what is to be run");
@@ -749,7 +765,8 @@ class Reader {
                       fmt::format("no environment variable can be called {}: a name is not empty "
                                   "and holds no \"=\"",
                                   inQuotes(member.key)));
-            if (auto given = text(member.value, "environment", "a mapping of names and texts"))
+            if (auto given =
+                    text(member.value, "environment", "a mapping of names and texts", emptyText))
                 made.environment.emplace_back(member.key, std::move(*given));
         }
     }
@@ -770,12 +787,15 @@ class Reader {
             "exponential";
         if (node.kind == YamlNode::Kind::mapping) return readDistribution(node);
         if (node.is(Scalar::text) && node.text == "never") return Takes{Law::never};
+        if (isEndless(node)) {
+            error(node.place, "bad-value",
+                  fmt::format("\"takes: {}\" is written never: it does not report at all",
+                              printable(node.text)));
+            return std::nullopt;
+        }
         const std::optional<double> given = duration(node, "takes", {}, wanted);
         if (!given) return std::nullopt;
-        if (!std::isinf(*given)) return Takes{Law::fixed, *given};
-        error(node.place, "bad-value",
-              "\"takes: infinity\" is written never: it does not report at all");
-        return std::nullopt;
+        return Takes{Law::fixed, *given};
     }
 
     std::optional<Takes> readDistribution(const YamlNode& node) {

@@ -15,6 +15,8 @@ namespace Host {
 namespace {
 
 constexpr std::size_t deepest = 64;
+// How many characters before its ":" libyaml lets a key begin.
+constexpr std::size_t longestKey = 1024;
 
 // From how libyaml counts to how editors do: only "\n" ends a line.
 class Places {
@@ -181,7 +183,11 @@ class Composer {
                         "begins with * into quotes");
                     put(refused(place));
                     break;
-                case YAML_SCALAR_EVENT: scalar(event.held, place); break;
+                case YAML_SCALAR_EVENT:
+                    if (event.held.end_mark.index > event.held.start_mark.index)
+                        lastScalar_ = event.held.start_mark.index;
+                    scalar(event.held, place);
+                    break;
                 case YAML_SEQUENCE_START_EVENT:
                     refuseProperties(event.held.data.sequence_start.anchor,
                                      event.held.data.sequence_start.tag, place);
@@ -320,10 +326,15 @@ class Composer {
         if (parser_.error == YAML_READER_ERROR) {
             const std::string_view before =
                 std::string_view(text_).substr(0, parser_.problem_offset);
-            findings_.error(places_.at(utf8Columns(before)), "syntax",
-                            fmt::format("the control character U+{:04X} cannot stand here; in "
-                                        "double quotes, write \\x{:02X} for it",
-                                        parser_.problem_value, parser_.problem_value));
+            const int value = parser_.problem_value;
+            const std::string remedy =
+                value == 0 ? "no text of a plan can hold it; leave it out"
+                           : fmt::format("in double quotes, write {} for it",
+                                         value <= 0xff ? fmt::format("\\x{:02X}", value)
+                                                       : fmt::format("\\u{:04X}", value));
+            findings_.error(
+                places_.at(utf8Columns(before)), "syntax",
+                fmt::format("the control character U+{:04X} cannot stand here; {}", value, remedy));
             return;
         }
         const std::string_view problem = parser_.problem != nullptr ? parser_.problem : "";
@@ -337,6 +348,15 @@ class Composer {
                                       : fmt::format("no value begins with {}; put the text into "
                                                     "quotes",
                                                     inQuotes(std::string_view(&c, 1))));
+            return;
+        }
+        const bool inKey = problem == "could not find expected ':'";
+        if (const std::size_t begin = inKey ? parser_.context_mark.index : lastScalar_;
+            isLongKey(begin, index)) {
+            findings_.error(places_.at(begin), "syntax",
+                            fmt::format("a key has at most {} characters, and this one has more; "
+                                        "shorten it",
+                                        longestKey));
             return;
         }
         for (const Remedy& remedy : remedies) {
@@ -357,11 +377,18 @@ class Composer {
         findings_.error(at, "syntax", text);
     }
 
-    // The ASCII character at that index of characters.
-    char characterAt(std::size_t index) const {
+    // Whether what begins at `begin` would be a key, with its ":" at `end`, were it not too long.
+    bool isLongKey(std::size_t begin, std::size_t end) const {
+        return end > begin + longestKey && places_.at(begin).line == places_.at(end).line &&
+               characterAt(end, " \t") == ':';
+    }
+
+    // The ASCII character at that index of characters, or after what is to be skipped there.
+    char characterAt(std::size_t index, std::string_view skipped = {}) const {
         std::size_t at = 0;
         for (; index > 0 && at < text_.size(); --index)
             at += std::max<std::size_t>(utf8Length(text_, at), 1);
+        at = std::min(text_.find_first_not_of(skipped, at), text_.size());
         return at < text_.size() ? text_[at] : '\0';
     }
 
@@ -371,6 +398,7 @@ class Composer {
     yaml_parser_t parser_{};
     std::vector<Open> open_;
     std::optional<YamlNode> root_;
+    std::size_t lastScalar_ = 0;  // where the last one that is written begins
 };
 
 bool numeric(std::string_view text) {
@@ -408,9 +436,10 @@ void Findings::error(Place place, std::string rule, std::string text,
                      std::vector<Diagnostic::Related> related) {
     if (++errors_ > most + 1) return;
     if (errors_ > most) {
-        rule = "too-many";
-        text = fmt::format("there are more than {} errors; from here on, they are not told", most);
-        related.clear();
+        to_.back().related.push_back(
+            {place,
+             fmt::format("there are more than {} errors; from here on, they are not told", most)});
+        return;
     }
     to_.push_back({Diagnostic::Severity::error, file_, place, std::move(rule), std::move(text),
                    std::move(related)});

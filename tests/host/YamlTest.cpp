@@ -146,11 +146,17 @@ TEST(Yaml, WhatIsNotUtf8IsRefused) {
 
 TEST(Yaml, ControlCharactersAreRefusedWhereTheyStand) {
     EXPECT_EQ(error(std::string_view("a: \u00fc\0", 6)),
-              "1:5: the control character U+0000 cannot stand here; in double quotes, write \\x00 "
-              "for it");
+              "1:5: the control character U+0000 cannot stand here; no text of a plan can hold it; "
+              "leave it out");
     EXPECT_EQ(error("a: 1\nb: \033[31m"),
               "2:4: the control character U+001B cannot stand here; in double quotes, write \\x1B "
               "for it");
+    EXPECT_TRUE(read("a: 1\nb: \"\\x1B[31m\"").root);
+    EXPECT_EQ(
+        error("a: \xef\xbf\xbe"),
+        "1:4: the control character U+FFFE cannot stand here; in double quotes, write \\uFFFE "
+        "for it");
+    EXPECT_TRUE(read("a: \"\\uFFFE\"").root);
 }
 
 TEST(Yaml, NothingAtAllIsAnError) {
@@ -191,9 +197,13 @@ TEST(Yaml, ErrorsWithoutEndAreCutOff) {
     std::string text;
     for (int i = 0; i < 5000; ++i) text += "- *x\n";
     const Read made = read(text);
-    EXPECT_EQ(made.errors.size(), 1001u);
-    EXPECT_EQ(made.errors.back().rule, "too-many");
-    EXPECT_EQ(made.errors.back().place, (Place{1001, 3}));
+    EXPECT_EQ(made.errors.size(), 1000u);
+    EXPECT_EQ(made.errors.back().place, (Place{1000, 3}));
+    ASSERT_EQ(made.errors.back().related.size(), 1u);
+    EXPECT_EQ(made.errors.back().related[0].place, (Place{1001, 3}));
+    EXPECT_EQ(made.errors.back().related[0].text,
+              "there are more than 1000 errors; from here on, they are not told");
+    EXPECT_EQ(read(text.substr(0, 5000)).errors.back().related.size(), 0u);
 }
 
 TEST(Yaml, NodesAreDescribed) {
