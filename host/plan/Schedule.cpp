@@ -271,7 +271,7 @@ class Progression {
     // comes after it late as well. Each stage opens the gate in time in one interval of delays.
     double gateSlack(std::size_t s) {
         // What is late with it, and when each would start for its sake alone.
-        constexpr std::size_t mostSteps = 20'000'000;
+        constexpr std::size_t mostSteps = 2'000'000;
         if (steps_ > mostSteps) return 0.0;
         std::vector<std::size_t> late{s};
         reachedFrom_[s] = s;

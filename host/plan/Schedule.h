@@ -58,7 +58,8 @@ struct Schedule {
         double start;     // seconds after the instance started; infinity: it does not start
         double duration;  // infinity: it does not end
         // How much later it could start with everything still done at `end`; infinity: it does not
-        // start, or does not end. By the latest gate, it may be later by any time up to that.
+        // start, or does not end. By the latest gate, it may be later by any time up to that. Where
+        // thousands of critical stages come after each other, it may be more than is said.
         double slack;
         // The stage whose completion let it start; none when it starts at once, or not at all.
         std::size_t cause;
