@@ -12,8 +12,8 @@
 
 namespace Host {
 
-// Appends what is wrong with one file. The first thousand errors are kept, and the last of them notes
-// that there are more: a file may consist of nothing else.
+// Appends what is wrong with one file. The first thousand errors are kept, and the last of them
+// notes that there are more: a file may consist of nothing else.
 class Findings {
   public:
     Findings(std::string file, std::vector<Diagnostic>& to) : file_(std::move(file)), to_(to) {}
