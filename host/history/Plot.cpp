@@ -196,17 +196,23 @@ class Picture {
         return made;
     }
 
-    void axis(double y) {
+    // Of the axis, from its origin.
+    std::vector<double> marks() const {
         const double step = axisStep(span_, chartWidth / tickDistance);
-        for (double mark = 0.0; mark <= span_; mark += step)
+        std::vector<double> all(static_cast<std::size_t>(span_ / step) + 1);
+        for (std::size_t i = 0; i < all.size(); ++i) all[i] = step * static_cast<double>(i);
+        return all;
+    }
+
+    void axis(double y) {
+        for (const double mark : marks())
             text(x(origin_ + mark), y + 12.0, timeText(mark), smallLetters,
                  R"(text-anchor="middle" class="pale")");
     }
 
     void grid(double top, double bottom) {
-        const double step = axisStep(span_, chartWidth / tickDistance);
         std::string path;
-        for (double mark = 0.0; mark <= span_; mark += step)
+        for (const double mark : marks())
             path += fmt::format("M{} {}V{}", svgNumber(x(origin_ + mark)), svgNumber(top),
                                 svgNumber(bottom));
         body_ += fmt::format("<path class=\"grid\" d=\"{}\"/>\n", path);

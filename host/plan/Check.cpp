@@ -370,7 +370,7 @@ class ClassCheck {
                              limit > 0.0 ? "almost at once" : "as soon as it starts", outcome(s)));
         for (const PlanParticipant& participant : stage.participants) {
             if (participant.limit >= largest.limit) continue;
-            if (participant.limitPlace <= participant.place) continue;  // not said for it alone
+            if (!(participant.place < participant.limitPlace)) continue;  // not said for it alone
             find("limit-without-effect", Severity::note, limitPlace(participant),
                  fmt::format("the limit of {} for {} has no effect: the largest limit in stage {} "
                              "counts, which is the {} of {}",

@@ -149,8 +149,9 @@ class Writer {
 
 std::string diagnosticsText(const std::vector<Diagnostic>& diagnostics, std::string_view text,
                             bool colour) {
-    std::vector<const Diagnostic*> ordered;
-    for (const Diagnostic& diagnostic : diagnostics) ordered.push_back(&diagnostic);
+    std::vector<const Diagnostic*> ordered(diagnostics.size());
+    std::transform(diagnostics.begin(), diagnostics.end(), ordered.begin(),
+                   [](const Diagnostic& diagnostic) { return &diagnostic; });
     std::stable_sort(ordered.begin(), ordered.end(),
                      [](const Diagnostic* a, const Diagnostic* b) { return a->place < b->place; });
     Writer writer(text, colour);

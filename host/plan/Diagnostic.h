@@ -14,7 +14,9 @@ struct Place {
     std::size_t column = 0;
 
     friend bool operator==(const Place&, const Place&) = default;
-    friend auto operator<=>(const Place&, const Place&) = default;
+    friend bool operator<(const Place& a, const Place& b) {
+        return a.line != b.line ? a.line < b.line : a.column < b.column;
+    }
 };
 
 struct Diagnostic {

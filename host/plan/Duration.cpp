@@ -168,7 +168,8 @@ std::string durationText(double seconds, double accuracy) {
         return size == "0s" ? size : "-" + size;
     }
     if (std::isinf(seconds)) return "infinity";
-    if (seconds > static_cast<double>(longest / second)) return fmt::format("{:g}s", seconds);
+    constexpr std::int64_t most = longest / second;
+    if (seconds > static_cast<double>(most)) return fmt::format("{:g}s", seconds);
 
     const std::int64_t step =
         std::clamp<std::int64_t>(std::llround(std::min(accuracy, 86400.0) * 1e6), 1, day);

@@ -30,7 +30,7 @@ namespace {
 constexpr std::size_t linesShown = 10;
 // How much is read at once, and how much at most of what an ended process has left in its pipe:
 // others may hold the pipe, and write on and on.
-constexpr std::size_t readAtOnce = 64 * 1024;
+constexpr std::size_t readAtOnce = std::size_t{64} * 1024;
 constexpr std::size_t readAtEnd = 16 * readAtOnce;
 // How many messages of one participant are read before others have their turn.
 constexpr int messagesAtOnce = 32;
@@ -88,7 +88,7 @@ std::vector<std::string> environmentWith(const Variables& added) {
                                           [&](const auto& other) { return other.first == name; });
         if (!ours && !replaced) all.emplace_back(held);
     }
-    for (const auto& [name, value] : added) all.push_back(name + "=" + value);
+    for (const auto& [name, value] : added) all.push_back(fmt::format("{}={}", name, value));
     return all;
 }
 

@@ -15,7 +15,7 @@ namespace Host {
 class OutputLog {
   public:
     // What is kept, in bytes; up to twice as much is held for a while.
-    static constexpr std::size_t kept = 32 * 1024;
+    static constexpr std::size_t kept = std::size_t{32} * 1024;
     // A line that is longer is passed on in pieces.
     static constexpr std::size_t longestLine = 4096;
 

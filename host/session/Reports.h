@@ -21,7 +21,7 @@ std::vector<Part> reportedParts(const Plan& plan, std::string_view line);
 class Reports {
   public:
     // A longer line is refused.
-    static constexpr std::size_t longestLine = 16 * 1024;
+    static constexpr std::size_t longestLine = std::size_t{16} * 1024;
 
     // The descriptor stays its owner's. What cannot be taken is said, and nothing else follows from
     // it.

@@ -74,13 +74,19 @@ double Session::nextInput() const {
 double Session::next() const { return std::min(replay_.next(), nextInput()); }
 
 void Session::advance(double time) {
-    for (double due = next(); due != never && due <= time; due = next()) turn(due);
+    for (;;) {
+        const double due = next();
+        if (due == never || due > time) break;
+        turn(due);
+    }
     if (time != never) replay_.runUntil(time);
 }
 
 void Session::turn(double due) {
     replay_.runUntil(std::max(due, time()));
-    for (double input = nextInput(); input <= time(); input = nextInput()) {
+    for (;;) {
+        const double input = nextInput();
+        if (input > time()) break;
         if (given_ < planInputs_.size() && planInputs_[given_].at <= input) {
             give(planInputs_[given_++]);
             continue;

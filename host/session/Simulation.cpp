@@ -48,8 +48,9 @@ Simulation simulatedAgain(const Plan& plan, const std::vector<Input>& inputs,
 }  // namespace
 
 void advanceUnlessReboot(Session& session, double until) {
-    for (double next = session.next(); next != Session::never && next <= until;
-         next = session.next()) {
+    for (;;) {
+        const double next = session.next();
+        if (next == Session::never || next > until) break;
         if (rebootRequested(session.tree())) return;
         session.advance(next);
     }

@@ -79,8 +79,9 @@ std::string words(const Range& range) {
 }
 
 std::string verbNames(const std::vector<VerbSwitches>& verbs) {
-    std::vector<std::string> names;
-    for (const VerbSwitches& verb : verbs) names.push_back(verb.name);
+    std::vector<std::string> names(verbs.size());
+    std::transform(verbs.begin(), verbs.end(), names.begin(),
+                   [](const VerbSwitches& verb) { return verb.name; });
     return words(names);
 }
 
@@ -180,8 +181,9 @@ std::string zsh(const std::vector<VerbSwitches>& verbs) {
                     value = one.file              ? ":file:_files"
                             : one.choices.empty() ? ":value: "
                                                   : fmt::format(":value:({})", words(one.choices));
-                script += " \\\n        " +
-                          quoted(name + "[" + text(one.description) + "]" + value, "'\\''");
+                script +=
+                    " \\\n        " +
+                    quoted(fmt::format("{}[{}]{}", name, text(one.description), value), "'\\''");
             }
         script += " \\\n        '*:file:_files' ;;\n";
     }

@@ -6,6 +6,7 @@
 
 #include "host/Suggest.h"
 #include "host/Utf8.h"
+#include "host/Words.h"
 #include "host/plan/Duration.h"
 #include "host/verb/Verbs.h"
 
@@ -59,15 +60,10 @@ class Targets {
         });
         if (!swapped.empty())
             return "; the agent stands first: did you mean " + inQuotes(swapped) + "?";
-        const std::string nearest = suggestion(name, {names.begin(), names.end()});
+        std::string nearest = suggestion(name, {names.begin(), names.end()});
         if (!nearest.empty() || names.empty()) return nearest;
-        const std::size_t shown = std::min<std::size_t>(names.size(), 8);
-        std::vector<std::string> first;
-        for (std::size_t i = 0; i < shown; ++i) first.push_back(inQuotes(names[i]));
-        return fmt::format("; there {} {}{}", names.size() == 1 ? "is" : "are",
-                           fmt::join(first, ", "),
-                           shown < names.size() ? fmt::format(" and {} more", names.size() - shown)
-                                                : std::string());
+        return fmt::format("; there {} {}", names.size() == 1 ? "is" : "are",
+                           firstOf(names, 8, inQuotes));
     }
 
   private:
@@ -121,9 +117,10 @@ void applySettings(const std::vector<std::string>& settings, const Plan& plan,
                                          inQuotes(setting), inQuotes(name), printable(plan.file),
                                          targets.remedy(name)));
         if (found.size() > 1) {
-            std::vector<std::string> classes;
-            for (const Target& target : found)
-                classes.push_back(inQuotes(target.stageClass->name + "/" + name));
+            std::vector<std::string> classes(found.size());
+            std::transform(found.begin(), found.end(), classes.begin(), [&](const Target& target) {
+                return inQuotes(target.stageClass->name + "/" + name);
+            });
             throw UsageError(fmt::format("stagemgr: --set {}: several are called so; write {}",
                                          inQuotes(setting), fmt::join(classes, " or ")));
         }
