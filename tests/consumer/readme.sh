@@ -5,10 +5,10 @@
 set -eu
 readme=$1 host=$2 program=$3 folder=$4
 
-# block NUMBER: the README's fenced block of that number.
+# block NUMBER: the README's fenced block of that number, from the host on.
 block() {
     awk -v wanted="$1" '
-        /^```/ { if (inside) inside = 0; else { inside = 1; number++ }; next }
+        /^```/ { if (inside) inside = 0; else { inside = 1; if (number || /cpp/) number++ }; next }
         inside && number == wanted { print }
     ' "$readme"
 }
