@@ -9,13 +9,6 @@ namespace Host {
 
 namespace {
 
-char32_t codePoint(std::string_view sequence) {
-    if (sequence.size() == 1) return static_cast<unsigned char>(sequence[0]);
-    char32_t code = static_cast<unsigned char>(sequence[0]) & (0x7fu >> sequence.size());
-    for (const char c : sequence.substr(1)) code = (code << 6) | (static_cast<unsigned>(c) & 0x3f);
-    return code;
-}
-
 std::size_t columnsOf(char32_t code) {
     struct Range {
         char32_t first, last;

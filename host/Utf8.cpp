@@ -14,14 +14,6 @@ unsigned char byteAt(std::string_view text, std::size_t at) {
 
 bool continues(unsigned char byte) { return (byte & 0xc0) == 0x80; }
 
-char32_t codePoint(std::string_view sequence) {
-    static constexpr unsigned char lead[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
-    char32_t code = byteAt(sequence, 0) & lead[sequence.size()];
-    for (std::size_t i = 1; i < sequence.size(); ++i)
-        code = (code << 6) | (byteAt(sequence, i) & 0x3f);
-    return code;
-}
-
 // Control characters, line and paragraph separators, and what changes the reading direction.
 bool disturbs(char32_t code) {
     return code < 0x20 || (code >= 0x7f && code < 0xa0) || code == 0x061c || code == 0x200e ||
@@ -30,6 +22,14 @@ bool disturbs(char32_t code) {
 }
 
 }  // namespace
+
+char32_t codePoint(std::string_view sequence) {
+    static constexpr unsigned char lead[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
+    char32_t code = byteAt(sequence, 0) & lead[sequence.size()];
+    for (std::size_t i = 1; i < sequence.size(); ++i)
+        code = (code << 6) | (byteAt(sequence, i) & 0x3f);
+    return code;
+}
 
 std::size_t utf8Length(std::string_view text, std::size_t at) {
     const unsigned char first = byteAt(text, at);

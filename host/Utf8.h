@@ -14,6 +14,9 @@ std::size_t utf8Length(std::string_view text, std::size_t at);
 // Where the first byte stands that is not part of a well-formed sequence; npos when there is none.
 std::size_t utf8Fault(std::string_view text);
 
+// The character that these bytes are: one, whole and valid.
+char32_t codePoint(std::string_view sequence);
+
 // The number of code points, which is how many columns a terminal needs for most texts.
 std::size_t utf8Columns(std::string_view text);
 

@@ -15,7 +15,7 @@ namespace Host {
 namespace {
 
 // One instance's tree. `stage` is null for a name that no stage has.
-struct Node {
+struct ChainNode {
     std::string name;
     const StageHistory* stage = nullptr;
     std::size_t depth = 0;
@@ -31,7 +31,7 @@ class Chain {
         growCritical();
     }
 
-    std::vector<Node> nodes() && { return std::move(nodes_); }
+    std::vector<ChainNode> nodes() && { return std::move(nodes_); }
 
   private:
     // Deep chains are walked by hand: as deep as a run has stages is too deep for calls.
@@ -86,7 +86,7 @@ class Chain {
             if (other.start && !other.end) add(at, other.name, &other);
     }
 
-    static bool heldForCritical(const Node& node) {
+    static bool heldForCritical(const ChainNode& node) {
         return node.stage != nullptr && !node.stage->start && node.stage->outcome.heldByCritical;
     }
 
@@ -122,11 +122,12 @@ class Chain {
 
     const InstanceHistory& instance_;
     double fuzz_;
-    std::vector<Node> nodes_;
+    std::vector<ChainNode> nodes_;
     std::set<std::string_view> met_;
 };
 
-std::vector<Node> treeOf(const InstanceHistory& instance, const StageHistory& top, double fuzz) {
+std::vector<ChainNode> treeOf(const InstanceHistory& instance, const StageHistory& top,
+                              double fuzz) {
     return Chain(instance, top, fuzz).nodes();
 }
 
@@ -138,7 +139,7 @@ std::string heldBy(const InstanceHistory& instance, const StageHistory& stage) {
                                       : " for critical stages";
 }
 
-std::string timesOf(const InstanceHistory& instance, const Node& node, double until) {
+std::string timesOf(const InstanceHistory& instance, const ChainNode& node, double until) {
     if (node.stage == nullptr) return "(no such stage)";
     const StageHistory& stage = *node.stage;
     const StageTimes times = stageTimes(instance, stage, until);
@@ -153,8 +154,8 @@ std::string timesOf(const InstanceHistory& instance, const Node& node, double un
     return text;
 }
 
-std::string drawn(const InstanceHistory& instance, const std::vector<Node>& nodes, double until,
-                  bool colour) {
+std::string drawn(const InstanceHistory& instance, const std::vector<ChainNode>& nodes,
+                  double until, bool colour) {
     struct Open {
         std::size_t node;
         std::string lead;   // of its own line
@@ -165,7 +166,7 @@ std::string drawn(const InstanceHistory& instance, const std::vector<Node>& node
     while (!open.empty()) {
         const Open here = std::move(open.back());
         open.pop_back();
-        const Node& node = nodes[here.node];
+        const ChainNode& node = nodes[here.node];
         const std::string times = timesOf(instance, node, until);
         const bool marked = node.stage == nullptr || !marks(instance, *node.stage).empty();
         text += here.lead + printable(node.name) + ' ' +
@@ -184,10 +185,10 @@ std::string drawn(const InstanceHistory& instance, const std::vector<Node>& node
 }
 
 // What is not complete and does not stand in the tree.
-std::string othersIncomplete(const InstanceHistory& instance, const std::vector<Node>& nodes) {
+std::string othersIncomplete(const InstanceHistory& instance, const std::vector<ChainNode>& nodes) {
     constexpr std::size_t most = 10;
     std::set<std::string_view> shown;
-    for (const Node& node : nodes) shown.insert(node.name);
+    for (const ChainNode& node : nodes) shown.insert(node.name);
     std::vector<std::string> others;
     for (const StageHistory& stage : instance.stages)
         if (!stage.end && !shown.contains(stage.name)) others.push_back(printable(stage.name));
@@ -219,7 +220,7 @@ std::optional<std::string> criticalChain(const RunHistory& run, const ChainOptio
         const double end = until(run, instance);
         text += '\n';
         if (run.instances.size() > 1) text += labels[i] + "\n";
-        const std::vector<Node> nodes = treeOf(instance, *top, options.fuzz);
+        const std::vector<ChainNode> nodes = treeOf(instance, *top, options.fuzz);
         text += drawn(instance, nodes, end, options.colour);
         if (options.stage.empty()) text += othersIncomplete(instance, nodes);
     }
@@ -233,7 +234,7 @@ std::optional<Json> criticalChainJson(const RunHistory& run, const ChainOptions&
         if (top == nullptr) continue;
         const double end = until(run, instance);
         Json::Array chain;
-        for (const Node& node : treeOf(instance, *top, options.fuzz)) {
+        for (const ChainNode& node : treeOf(instance, *top, options.fuzz)) {
             Json::Array below;
             for (const std::size_t number : node.below) below.emplace_back(double(number));
             Json::Object object{{"name", node.name},

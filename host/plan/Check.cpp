@@ -19,7 +19,6 @@ namespace {
 using Severity = Diagnostic::Severity;
 using Stages = std::vector<std::size_t>;
 
-constexpr double forever = std::numeric_limits<double>::infinity();
 // A limit below is none that anybody can keep.
 constexpr double shortest = 1e-3;
 // How many of a kind are told apart in one class; the others are counted.

@@ -12,8 +12,6 @@ namespace Host {
 
 namespace {
 
-constexpr double forever = std::numeric_limits<double>::infinity();
-
 bool passedOver(const StageGraph& graph, std::size_t s) {
     return !graph.critical(s) || graph.stageClass().onTimeout == OnTimeout::proceed;
 }

@@ -2,11 +2,15 @@
 #pragma once
 
 #include <cstddef>
+#include <limits>
 #include <vector>
 
 #include "host/plan/StageGraph.h"
 
 namespace Host {
+
+// A time that never comes, and what has no end. Seconds.
+inline constexpr double forever = std::numeric_limits<double>::infinity();
 
 // The limit that the manager is given for one, in seconds. It keeps the nearest number of single
 // precision; where that is less than the plan's, it is given the next one, so that whoever is in

@@ -13,7 +13,7 @@ struct Words {
     std::string_view text;
 };
 
-constexpr Words words[] = {
+constexpr Words outcomeWords[] = {
     {RunOutcome::complete, "complete", "is complete"},
     {RunOutcome::late, "late", "is complete, but a critical stage timed out and was waited for"},
     {RunOutcome::autoCompleted, "auto-completed",
@@ -32,7 +32,7 @@ constexpr Words words[] = {
     {RunOutcome::unmanaged, "unmanaged", "did not begin: nothing is there to be managed"},
 };
 
-const Words& wordsOf(RunOutcome outcome) { return words[static_cast<std::size_t>(outcome)]; }
+const Words& wordsOf(RunOutcome outcome) { return outcomeWords[static_cast<std::size_t>(outcome)]; }
 
 bool some(const InstanceOutcome& instance, StageOutcome::State state) {
     return std::any_of(instance.stages.begin(), instance.stages.end(),
@@ -44,7 +44,7 @@ bool some(const InstanceOutcome& instance, StageOutcome::State state) {
 const std::vector<RunOutcome>& allRunOutcomes() {
     static const std::vector<RunOutcome> all = [] {
         std::vector<RunOutcome> made;
-        for (const Words& each : words) made.push_back(each.outcome);
+        for (const Words& each : outcomeWords) made.push_back(each.outcome);
         return made;
     }();
     return all;

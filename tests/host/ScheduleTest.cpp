@@ -18,8 +18,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr double forever = std::numeric_limits<double>::infinity();
-
 std::vector<std::string> names(const PlanClass& stageClass,
                                const std::vector<std::size_t>& stages) {
     std::vector<std::string> named;
